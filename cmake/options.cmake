@@ -1,0 +1,18 @@
+# Compiler options that every target of this project shares: link to hyl_options privately.
+
+add_library(hyl_options INTERFACE)
+target_compile_options(hyl_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+  -Wold-style-cast -Wcast-align -Wformat=2 -Werror)
+target_link_libraries(hyl_options INTERFACE Threads::Threads)
+
+if(HYL_SANITIZE)
+  target_compile_options(hyl_options INTERFACE
+    -fsanitize=${HYL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(hyl_options INTERFACE -fsanitize=${HYL_SANITIZE})
+endif()
+
+# Gives a shared library the file name that it has on a device: NAME.so, without a prefix.
+function(hyl_device_name target name)
+  set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${name})
+endfunction()

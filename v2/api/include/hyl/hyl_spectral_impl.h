@@ -1,0 +1,164 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include <hyl/api.h>
+#include <hyl/flicker_messages.h>
+#include <hyl/hyl_spectral_api.h>
+#include <hyl/reply_ledger.h>
+#include <hyl/sample_converter.h>
+#include <hyl/sensor_callbacks.h>
+#include <hyl/sensor_info.h>
+#include <hyl/sensor_info_mgr.h>
+#include <hyl/session_mgr.h>
+#include <hyl/thread_annotations.h>
+
+namespace hyl::v2 {
+
+/// The one implementation of HylSpectralApi.
+///
+/// Locks, in the order in which they may be taken: `mutex_`, then the sensor list's. The
+/// configuration operations take `config_turn_mutex_`, then the rear callback object's
+/// `reply_mutex`, and neither of the others. None is held while the client is called.
+class HylSpectralImpl final : public HylSpectralApi {
+ public:
+  using FlickerSensorCallbacks = spectral::FlickerSensorCallbacks;
+  using FrontSpectralCallbacks = spectral::FrontSpectralCallbacks;
+  using RearSpectralCallbacks = spectral::RearSpectralCallbacks;
+  using SampleConverter = spectral::SampleConverter;
+  using SensorInfo = spectral::SensorInfo;
+  using SensorInfoMgr = spectral::SensorInfoMgr;
+  using Session = spectral::Session;
+  using SessionMgr = spectral::SessionMgr;
+  using VersionedSensorInfo = spectral::VersionedSensorInfo;
+
+  static HylErr Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback);
+  static void Destroy(HylSpectralImpl** p);
+
+  explicit HylSpectralImpl(HylSpectralApiCallbackInterface* callback);
+  HylSpectralImpl(const HylSpectralImpl&) = delete;
+  HylSpectralImpl& operator=(const HylSpectralImpl&) = delete;
+
+  Vector<HylString> GetAmbientLightSensorNames() override;
+  Vector<HylString> GetFlickerSensorNames() override;
+  HylString GetSensorName(uint32_t session_id) override;
+  HylErr EnableAmbientLightSensor(const char* name, uint32_t& session_id,
+                                  SensorReportingMode mode) override HYL_EXCLUDES(mutex_);
+  HylErr ChangeAmbientLightSensorReporting(uint32_t session_id, SensorReportingMode mode) override
+      HYL_EXCLUDES(mutex_);
+  HylErr EnableFlickerSensor(const char* name, int* buffer, size_t size, uint8_t out_bits,
+                             uint32_t& session_id) override HYL_EXCLUDES(mutex_);
+  HylErr DisableAmbientLightSensor(uint32_t session_id) override HYL_EXCLUDES(mutex_);
+  HylErr DisableFlickerSensor(uint32_t session_id) override HYL_EXCLUDES(mutex_);
+  HylErr GetFlickerAutoGainEnabled(const char* name, bool* enabled) override;
+  HylErr GetFlickerConfig(const char* name, uint32_t* value, float* gain) override;
+  HylErr GetFlickerFrequencyMetrics(const char* name, FlickerFrequencyMetrics* metrics) override;
+  HylErr GetFlickerSaturation(const char* name, uint16_t* saturation) override;
+  HylErr GetRegister(const char* name, uint8_t reg, uint8_t* value) override;
+  HylErr GetSpectralAutoGainEnabled(const char* name, bool* enabled) override;
+  HylErr GetSpectralApplyFacCal(const char* name, bool* enabled) override;
+  HylErr GetSpectralApplyOtpCal(const char* name, bool* enabled) override;
+  HylErr GetDeviceUid(const char* name, uint64_t* uid) override;
+  bool IsSensorSupported(OpticalSensorType kind, const char* name) const override;
+  HylErr SetExposureTime(const char* name, uint32_t time, uint32_t* applied) override;
+  HylErr SetFlickerAutoGainEnabled(const char* name, bool enable) override;
+  HylErr SetFlickerChannel(const char* name, uint8_t a, uint8_t b) override;
+  HylErr SetFlickerPedestal(const char* name, uint8_t pedestal) override;
+  HylErr SetGain(const char* name, uint8_t a, float gain, float* applied) override;
+  HylErr SetRegister(const char* name, uint8_t reg, uint8_t value) override;
+  HylErr SetSamplingPeriod(const char* name, uint32_t period, uint32_t* applied) override;
+  HylErr SetSpectralAutoGainEnabled(const char* name, bool enable) override;
+  HylErr SetSpectralApplyFacCalEnabled(const char* name, bool enable) override;
+  HylErr SetSpectralApplyOtpCalEnabled(const char* name, bool enable) override;
+  HylErr SetTorchLightState(const char* name, bool on) override;
+
+  ~HylSpectralImpl() override;
+
+  /// \name For the callback objects, on the framework's threads
+  /// @{
+
+  /// Id of the session that `cookie` runs; 0 when there is none. Takes no lock.
+  uint32_t FindSessionId(uint64_t cookie) const { return session_mgr_.FindId(cookie); }
+  /// Configures the session's converter.
+  void FlickerFormatMsg(uint64_t cookie, const FlickerFormatResp* message) HYL_EXCLUDES(mutex_);
+  /// Converts into the client's buffer and calls the client.
+  void FlickerDataMsg(uint64_t cookie, const FlickerDataResp* message) HYL_EXCLUDES(mutex_);
+  /// Stores the reply's values and wakes the operation that waits for it.
+  void StoreConfigReply(const RlsMsgAccessResp& reply, RearSpectralCallbacks& rear);
+  /// @}
+
+ private:
+  /// The kind of sensor decides which callback object gets its messages. Rear or front by
+  /// `priority` for ambient light.
+  std::shared_ptr<spectral::SensorCallbacks> CallbacksFor(OpticalSensorType kind,
+                                                          uint32_t priority) const;
+  /// Passes a request to the framework; kFailed without a connection.
+  HylErr Send(uint32_t sensor_handle, RequestType type, const Request& request,
+              std::shared_ptr<spectral::SensorCallbacks> callbacks);
+
+  // Starting and stopping, for both kinds of sensors: sensor_control.cpp.
+  HylErr EnableSensor_locked(OpticalSensorType kind, SensorType type, ReportingMode mode,
+                             const char* name, Session** session) HYL_REQUIRES(mutex_);
+  HylErr OpenSession_locked(OpticalSensorType kind, const VersionedSensorInfo& running,
+                            ReportingMode mode, const char* name, Session** session)
+      HYL_REQUIRES(mutex_);
+  HylErr DisableSensor_locked(OpticalSensorType kind, uint32_t session_id) HYL_REQUIRES(mutex_);
+  HylErr SendStart_locked(OpticalSensorType kind, ReportingMode mode, const SensorInfo& info)
+      HYL_REQUIRES(mutex_);
+  HylErr SendStop_locked(OpticalSensorType kind, const SensorInfo& info) HYL_REQUIRES(mutex_);
+  HylErr ChangeReporting_locked(uint32_t session_id, ReportingMode mode) HYL_REQUIRES(mutex_);
+  HylErr StopForChange_locked(Session& session, VersionedSensorInfo& old) HYL_REQUIRES(mutex_);
+
+  // Configuration requests and replies: config_access.cpp.
+
+  /// Sends a request and does not wait.
+  HylErr Access(const RlsMsgAccessReq& request);
+  /// Sends a request, waits for its reply, and calls `copy_result` under the reply lock. Refuses a
+  /// null pointer among `outs`.
+  template <typename CopyResult, typename... Outs>
+  HylErr AccessAndWait(const RlsMsgAccessReq& request, CopyResult copy_result, const Outs*... outs);
+  void StoreReadReply(const RlsMsgAccessResp& reply);
+  void StoreWriteReply(const RlsMsgAccessResp& reply);
+
+  // The order of the members is the order of construction and, reversed, of teardown.
+
+  /// Null when the framework could not be reached; never changes.
+  std::unique_ptr<Api> api_;
+  /// The client's; may be null; never changes.
+  HylSpectralApiCallbackInterface* callback_;
+  // Empty when there is no connection; never change.
+  std::shared_ptr<RearSpectralCallbacks> rear_callbacks_;
+  std::shared_ptr<FrontSpectralCallbacks> front_callbacks_;
+  std::shared_ptr<FlickerSensorCallbacks> flicker_callbacks_;
+  /// Guarded by mutex_, but for the lookups that take no lock.
+  SessionMgr session_mgr_;
+  SensorInfoMgr sensor_info_mgr_;
+  /// The instance mutex: serialises enable, change and disable and the flicker messages.
+  std::mutex mutex_;
+
+  // Values of the latest configuration replies, guarded by rear_callbacks_->reply_mutex.
+  bool flicker_auto_gain_ = false;
+  bool spectral_auto_gain_ = false;
+  bool apply_fac_cal_ = false;
+  bool apply_otp_cal_ = false;
+  float gain_ = 0;
+  uint8_t metric_byte_ = 0;
+  uint8_t register_value_ = 0;
+  uint32_t metric0_ = 0;
+  uint32_t metric1_ = 0;
+  uint32_t sampling_period_ = 0;
+  uint32_t flicker_param_ = 0;
+  uint32_t exposure_time_ = 0;
+  uint32_t saturation_ = 0;
+  uint64_t device_uid_ = 0;
+
+  /// Guarded by rear_callbacks_->reply_mutex.
+  spectral::ReplyLedger reply_ledger_;
+  /// Held by a configuration operation that waits, from before it sends until it has its result.
+  std::mutex config_turn_mutex_;
+};
+
+}  // namespace hyl::v2

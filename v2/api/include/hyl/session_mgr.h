@@ -1,0 +1,68 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include <hyl/hyl_string.h>
+#include <hyl/sample_converter.h>
+#include <hyl/sensor_info.h>
+
+namespace hyl::v2::spectral {
+
+/// One sensor that a client has enabled; free while `id` is 0.
+///
+/// Changed under the instance mutex only. `id` and `cookie` are atomic because samples and name
+/// queries are matched to sessions without that mutex.
+struct Session {
+  static constexpr uint32_t kDefaultFormatParam = 24000;
+
+  std::atomic<uint32_t> id{0};
+  HylString name;
+  SensorType type = 0;
+  ReportingMode mode = ReportingMode::kNone;
+  std::atomic<uint64_t> cookie{0};              ///< of the request that runs the session
+  uint32_t format_param = kDefaultFormatParam;  ///< flicker: from the latest format message
+  SampleConverter converter;                    ///< flicker: unpacks into the client's buffer
+
+  /// Makes the entry free.
+  void Reset();
+};
+
+/// The fixed table of sessions.
+///
+/// The operations need the instance mutex, except for those that say that they take no lock.
+class SessionMgr {
+ public:
+  static constexpr size_t kMaxSessions = 8;
+
+  /// Takes the first free entry and gives it an id that no session of the process had before. Null
+  /// when the table is full.
+  Session* AddSession(SensorType type, const char* name, uint64_t cookie, ReportingMode mode);
+
+  /// Frees the entry of the session `id`.
+  void DeleteSession(uint32_t id);
+
+  /// The session `id`; null when there is none.
+  Session* FindById(uint32_t id);
+  /// The first session that `cookie` runs; null when there is none.
+  Session* FindByCookie(uint64_t cookie);
+
+  /// Id of the first session that `cookie` runs; 0 when there is none. Takes no lock: the answer
+  /// holds for a moment during the call.
+  uint32_t FindId(uint64_t cookie) const;
+  /// Finds the cookie of the session `id`. Takes no lock: the answer holds for a moment during the
+  /// call.
+  bool FindCookie(uint32_t id, uint64_t& cookie) const;
+
+ private:
+  static uint32_t NextId();
+
+  /// The next session id; shared by all instances of the process, hence atomic.
+  static std::atomic<uint32_t> session_cnt_;
+
+  std::array<Session, kMaxSessions> sessions_;
+};
+
+}  // namespace hyl::v2::spectral

@@ -1,0 +1,90 @@
+#include <hyl/hyl_spectral_impl.h>
+
+#include <array>
+#include <utility>
+
+#include "log.h"
+
+namespace hyl::v2 {
+
+HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback) {
+  *out = new HylSpectralImpl(callback);
+  return HylErr::kOk;
+}
+
+void HylSpectralImpl::Destroy(HylSpectralImpl** p) {
+  if (p == nullptr || *p == nullptr) {
+    return;
+  }
+  delete *p;
+  *p = nullptr;
+}
+
+HylSpectralImpl::HylSpectralImpl(HylSpectralApiCallbackInterface* callback) : callback_(callback) {
+  api_ = Api::Create(ClientType::kSpectral);
+  if (api_ == nullptr) {
+    HYL_LOG(ERROR, "HYL_SpAPI: Failed to create HYL API instance");
+    return;
+  }
+  rear_callbacks_ = std::make_shared<RearSpectralCallbacks>(*this, callback_);
+  front_callbacks_ = std::make_shared<FrontSpectralCallbacks>(*this, callback_);
+  flicker_callbacks_ = std::make_shared<FlickerSensorCallbacks>(*this, callback_);
+}
+
+HylSpectralImpl::~HylSpectralImpl() {
+  if (api_ == nullptr) {
+    return;
+  }
+  // The framework may hold the callback objects, and deliver to them, for longer than the instance
+  // lives. All are closed before the first is waited for, so that none gets new work meanwhile.
+  const std::array<std::shared_ptr<spectral::SensorCallbacks>, 3> all = {
+      flicker_callbacks_, front_callbacks_, rear_callbacks_};
+  for (const auto& callbacks : all) {
+    callbacks->gate.Close();
+  }
+  for (const auto& callbacks : all) {
+    callbacks->gate.Drain(callbacks);
+  }
+}
+
+Vector<HylString> HylSpectralImpl::GetAmbientLightSensorNames() {
+  return sensor_info_mgr_.GetSensorNames(kContinuousAmbientLightType);
+}
+
+Vector<HylString> HylSpectralImpl::GetFlickerSensorNames() {
+  return sensor_info_mgr_.GetSensorNames(kFlickerType);
+}
+
+HylString HylSpectralImpl::GetSensorName(uint32_t session_id) {
+  uint64_t cookie = 0;
+  if (!session_mgr_.FindCookie(session_id, cookie)) {
+    HYL_LOG(ERROR, "HYL_SpAPI: Cannot determine sensor name, no session-id:%d",
+            static_cast<int>(session_id));
+    return {};
+  }
+  VersionedSensorInfo found;
+  if (!sensor_info_mgr_.GetSensorInfo(found, cookie)) {
+    return {};
+  }
+  return std::move(found.info.name);
+}
+
+bool HylSpectralImpl::IsSensorSupported(OpticalSensorType kind, const char* name) const {
+  SensorType type = kAnySensorType;
+  switch (kind) {
+    case OpticalSensorType::kAmbientLight:
+      type = kContinuousAmbientLightType;
+      break;
+    case OpticalSensorType::kFlicker:
+      type = kFlickerType;
+      break;
+    case OpticalSensorType::kAnyOptical:
+      break;
+    default:
+      return false;
+  }
+  VersionedSensorInfo found;
+  return sensor_info_mgr_.GetSensorInfo(found, type, name, 0);
+}
+
+}  // namespace hyl::v2

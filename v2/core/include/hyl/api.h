@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <hyl/hyl_err.h>
+#include <hyl/request.h>
+#include <hyl/sensor_list_entry.h>
+#include <hyl/service.h>
+
+namespace hyl::v2 {
+
+/// Names a kind of client to the framework.
+enum class ClientType : uint32_t {
+  kSpectral = 10,
+};
+
+/// A client's connection to the sensor framework. All operations may be called from several
+/// threads at once.
+class [[gnu::visibility("default")]] Api {
+ public:
+  /// Connects to the framework. Empty when the framework cannot be reached.
+  static std::unique_ptr<Api> Create(ClientType type);
+
+  /// All sensors that the framework knows at the moment.
+  virtual std::vector<SensorListEntry> GetSensorList() = 0;
+
+  /// Sends `request`, of the kind `request_type`, to a sensor. The request is read during the call
+  /// and not kept; the framework keeps its copy of `callbacks` for as long as it delivers messages
+  /// for the request. kOk means that the request was accepted and a reply will follow; any other
+  /// result means that it was refused.
+  virtual HylErr InvokeAsyncServiceCall(uint32_t sensor_handle, uint32_t request_type,
+                                        const Request& request,
+                                        std::shared_ptr<Service::AsyncCallbacks> callbacks) = 0;
+
+  virtual ~Api() = default;
+};
+
+}  // namespace hyl::v2

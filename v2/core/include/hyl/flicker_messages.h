@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <hyl/message.h>
+
+namespace hyl::v2 {
+
+/// How flicker samples are packed. 2, 3 and 4 are the bytes of one uncompressed sample.
+enum class FlickerFormatSampleWidth : int32_t {
+  kUncompressed2 = 2,
+  kUncompressed3 = 3,
+  kUncompressed4 = 4,
+  kCompressed1 = 6,
+  k16BitsIn2 = 7,
+};
+
+/// Announces the packing of the flicker data that follows.
+class [[gnu::visibility("default")]] FlickerFormatResp : public Message {
+ public:
+  uint8_t unused8[4] = {};
+  uint32_t format_param = 0;
+  FlickerFormatSampleWidth width{};
+  uint8_t little_endian = 0;  ///< 1: least significant byte first; 0: most significant byte first
+  uint8_t lsb = 0;            ///< uncompressed: unused bits below the sample field
+  uint8_t msb = 0;            ///< uncompressed: unused bits above the sample field
+  uint8_t unused23 = 0;
+};
+
+/// Delivers one chunk of packed flicker samples.
+class [[gnu::visibility("default")]] FlickerDataResp : public Message {
+ public:
+  uint8_t unused8[4] = {};
+  uint32_t offset = 0;  ///< of this chunk in the sensor's data stream, in bytes
+  uint8_t unused16[8] = {};
+  const uint8_t* data = nullptr;
+  uint64_t size = 0;  ///< of `data`, in bytes
+  uint8_t unused40[9] = {};
+  uint8_t aux8_0 = 0;
+  uint8_t unused50[2] = {};
+  uint32_t aux32_0 = 0;
+  uint32_t aux32_1 = 0;
+  float auxf_0 = 0;
+  uint16_t aux16_0 = 0;
+  uint8_t restart = 0;  ///< bit 0: the packed stream starts afresh with this chunk
+  uint8_t unused67[5] = {};
+  uint16_t aux16_1 = 0;
+  uint16_t aux16_2 = 0;
+  uint8_t aux8_1 = 0;
+  uint8_t unused77[3] = {};
+  float auxf_1 = 0;
+  uint8_t unused84[4] = {};
+};
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+
+static_assert(sizeof(FlickerFormatResp) == 24);
+static_assert(offsetof(FlickerFormatResp, format_param) == 12);
+static_assert(offsetof(FlickerFormatResp, width) == 16);
+static_assert(offsetof(FlickerFormatResp, little_endian) == 20);
+static_assert(offsetof(FlickerFormatResp, lsb) == 21);
+static_assert(offsetof(FlickerFormatResp, msb) == 22);
+
+static_assert(sizeof(FlickerDataResp) == 88);
+static_assert(offsetof(FlickerDataResp, offset) == 12);
+static_assert(offsetof(FlickerDataResp, data) == 24);
+static_assert(offsetof(FlickerDataResp, size) == 32);
+static_assert(offsetof(FlickerDataResp, aux8_0) == 49);
+static_assert(offsetof(FlickerDataResp, aux32_0) == 52);
+static_assert(offsetof(FlickerDataResp, aux32_1) == 56);
+static_assert(offsetof(FlickerDataResp, auxf_0) == 60);
+static_assert(offsetof(FlickerDataResp, aux16_0) == 64);
+static_assert(offsetof(FlickerDataResp, restart) == 66);
+static_assert(offsetof(FlickerDataResp, aux16_1) == 72);
+static_assert(offsetof(FlickerDataResp, aux16_2) == 74);
+static_assert(offsetof(FlickerDataResp, aux8_1) == 76);
+static_assert(offsetof(FlickerDataResp, auxf_1) == 80);
+
+#pragma GCC diagnostic pop
+
+}  // namespace hyl::v2

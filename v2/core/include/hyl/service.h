@@ -1,0 +1,25 @@
+#pragma once
+
+#include <hyl/hyl_err.h>
+#include <hyl/message.h>
+
+namespace hyl::v2 {
+
+/// The framework's service side, as seen by a client.
+class [[gnu::visibility("default")]] Service {
+ public:
+  /// Receives the replies to a client's requests, and the messages of the sensors that these
+  /// started. Called on the framework's threads only, never from inside InvokeAsyncServiceCall,
+  /// possibly by several threads at once.
+  class [[gnu::visibility("default")]] AsyncCallbacks {
+   public:
+    /// `message` is valid only during the call.
+    virtual void OnResponse(const Message* message) = 0;
+    /// Reports an asynchronous failure.
+    virtual void OnError(HylErr err) = 0;
+    virtual ~AsyncCallbacks() = default;
+    virtual void OnAuxiliaryEvent() {}
+  };
+};
+
+}  // namespace hyl::v2
