@@ -20,6 +20,23 @@ RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command) {
   return request;
 }
 
+/// Where an operation hands back a result slot, narrowed to the client's type.
+template <typename Out, typename Slot>
+struct Result {
+  Out* out;
+  Slot HylSpectralImpl::*slot;
+};
+
+template <typename Out, typename Slot>
+Result<Out, Slot> Into(Out* out, Slot HylSpectralImpl::*slot) {
+  return {out, slot};
+}
+
+template <typename Out, typename Slot>
+void CopyTo(Out& out, Slot slot) {
+  out = static_cast<Out>(slot);
+}
+
 RlsMsgAccessReq ReadOf(RlsCommand command) {
   return MakeRequest(RlsAccess::kRead, command);
 }
@@ -49,10 +66,9 @@ HylErr HylSpectralImpl::Access(const RlsMsgAccessReq& request) {
 /// A reply ends the wait, whichever request it answers. So that this is not the late reply to an
 /// earlier write, those are let in first; and when another thread's write was answered in between,
 /// the wait goes on for a moment until the own reply is in.
-template <typename CopyResult, typename... Outs>
-HylErr HylSpectralImpl::AccessAndWait(const RlsMsgAccessReq& request, CopyResult copy_result,
-                                      const Outs*... outs) {
-  const bool any_null = (... || (outs == nullptr));
+template <typename... Results>
+HylErr HylSpectralImpl::AccessAndWait(const RlsMsgAccessReq& request, const Results&... results) {
+  const bool any_null = (... || (results.out == nullptr));
   if (any_null) {
     return HylErr::kNullPointer;
   }
@@ -60,47 +76,62 @@ HylErr HylSpectralImpl::AccessAndWait(const RlsMsgAccessReq& request, CopyResult
     return HylErr::kFailed;
   }
   const std::lock_guard turn(config_turn_mutex_);
-  RearSpectralCallbacks& rear = *rear_callbacks_;
-  std::unique_lock lock(rear.reply_mutex);
-
-  const uint64_t sent_before = reply_ledger_.sent();
-  rear.reply_cv.wait_for(lock, kOwedReplyTimeLimit,
-                         [&] { return reply_ledger_.SettledUpTo(sent_before); });
-  reply_ledger_.ForgetUpTo(sent_before);
-  reply_ledger_.Await(request.access, request.command);
-  const uint64_t handled_before = reply_ledger_.handled();
-  lock.unlock();
-
+  const uint64_t handled_before = BeginWait(request);
   const HylErr err = Access(request);
   if (err != HylErr::kOk) {
     return err;
   }
-  lock.lock();
-  if (!rear.reply_cv.wait_for(lock, kReplyTimeLimit,
-                              [&] { return reply_ledger_.handled() != handled_before; })) {
+  const std::lock_guard lock(rear_callbacks_->reply_mutex);
+  if (!AwaitReply_locked(handled_before)) {
     return HylErr::kFailed;
   }
-  rear.reply_cv.wait_for(lock, kOwedReplyTimeLimit, [&] {
-    return reply_ledger_.awaited_seen() || reply_ledger_.SettledUpTo(reply_ledger_.sent());
-  });
-  copy_result();
+  (CopyTo(*results.out, this->*results.slot), ...);
   return HylErr::kOk;
 }
 
-void HylSpectralImpl::StoreConfigReply(const RlsMsgAccessResp& reply, RearSpectralCallbacks& rear) {
+uint64_t HylSpectralImpl::BeginWait(const RlsMsgAccessReq& request) {
+  const std::lock_guard lock(rear_callbacks_->reply_mutex);
+  const uint64_t sent_before = reply_ledger_.sent();
+  rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kOwedReplyTimeLimit,
+                                     [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
+                                       return reply_ledger_.SettledUpTo(sent_before);
+                                     });
+  reply_ledger_.ForgetUpTo(sent_before);
+  reply_ledger_.Await(request.access, request.command);
+  return reply_ledger_.handled();
+}
+
+bool HylSpectralImpl::AwaitReply_locked(uint64_t handled_before) {
+  const bool replied =
+      rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kReplyTimeLimit,
+                                         [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
+                                           return reply_ledger_.handled() != handled_before;
+                                         });
+  if (!replied) {
+    return false;
+  }
+  rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kOwedReplyTimeLimit,
+                                     [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
+                                       return reply_ledger_.awaited_seen() ||
+                                              reply_ledger_.SettledUpTo(reply_ledger_.sent());
+                                     });
+  return true;
+}
+
+void HylSpectralImpl::StoreConfigReply(const RlsMsgAccessResp& reply) {
   {
-    const std::lock_guard lock(rear.reply_mutex);
+    const std::lock_guard lock(rear_callbacks_->reply_mutex);
     if (reply.access == RlsAccess::kRead) {
-      StoreReadReply(reply);
+      StoreReadReply_locked(reply);
     } else if (reply.access == RlsAccess::kWrite) {
-      StoreWriteReply(reply);
+      StoreWriteReply_locked(reply);
     }
     reply_ledger_.NoteReply(reply.access, reply.command);
   }
-  rear.reply_cv.notify_one();
+  rear_callbacks_->reply_cv.notify_one();
 }
 
-void HylSpectralImpl::StoreReadReply(const RlsMsgAccessResp& reply) {
+void HylSpectralImpl::StoreReadReply_locked(const RlsMsgAccessResp& reply) {
   switch (reply.command) {
     case RlsCommand::kFlickerFrequencyMetrics:
       metric0_ = reply.metric0;
@@ -138,7 +169,7 @@ void HylSpectralImpl::StoreReadReply(const RlsMsgAccessResp& reply) {
   }
 }
 
-void HylSpectralImpl::StoreWriteReply(const RlsMsgAccessResp& reply) {
+void HylSpectralImpl::StoreWriteReply_locked(const RlsMsgAccessResp& reply) {
   switch (reply.command) {
     case RlsCommand::kExposureTime:
       exposure_time_ = reply.value32;
@@ -155,81 +186,74 @@ void HylSpectralImpl::StoreWriteReply(const RlsMsgAccessResp& reply) {
 }
 
 HylErr HylSpectralImpl::GetFlickerAutoGainEnabled(const char*, bool* enabled) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kFlickerAutoGain), [&] { *enabled = flicker_auto_gain_; }, enabled);
+  return AccessAndWait(ReadOf(RlsCommand::kFlickerAutoGain),
+                       Into(enabled, &HylSpectralImpl::flicker_auto_gain_));
 }
 
 HylErr HylSpectralImpl::GetSpectralAutoGainEnabled(const char*, bool* enabled) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kSpectralAutoGain), [&] { *enabled = spectral_auto_gain_; }, enabled);
+  return AccessAndWait(ReadOf(RlsCommand::kSpectralAutoGain),
+                       Into(enabled, &HylSpectralImpl::spectral_auto_gain_));
 }
 
 HylErr HylSpectralImpl::GetSpectralApplyFacCal(const char*, bool* enabled) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kApplyFacCal), [&] { *enabled = apply_fac_cal_; }, enabled);
+  return AccessAndWait(ReadOf(RlsCommand::kApplyFacCal),
+                       Into(enabled, &HylSpectralImpl::apply_fac_cal_));
 }
 
 HylErr HylSpectralImpl::GetSpectralApplyOtpCal(const char*, bool* enabled) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kApplyOtpCal), [&] { *enabled = apply_otp_cal_; }, enabled);
+  return AccessAndWait(ReadOf(RlsCommand::kApplyOtpCal),
+                       Into(enabled, &HylSpectralImpl::apply_otp_cal_));
 }
 
 HylErr HylSpectralImpl::GetFlickerConfig(const char*, uint32_t* value, float* gain) {
-  const auto copy = [&] {
-    *value = flicker_param_;
-    *gain = gain_;
-  };
-  return AccessAndWait(ReadOf(RlsCommand::kFlickerConfig), copy, value, gain);
+  return AccessAndWait(ReadOf(RlsCommand::kFlickerConfig),
+                       Into(value, &HylSpectralImpl::flicker_param_),
+                       Into(gain, &HylSpectralImpl::gain_));
 }
 
 HylErr HylSpectralImpl::GetFlickerFrequencyMetrics(const char*, FlickerFrequencyMetrics* metrics) {
-  const auto copy = [&] {
-    metrics->metric0 = static_cast<uint16_t>(metric0_);
-    metrics->metric1 = static_cast<uint16_t>(metric1_);
-    metrics->saturation = static_cast<uint16_t>(saturation_);
-    metrics->metric_byte = metric_byte_;
-  };
-  return AccessAndWait(ReadOf(RlsCommand::kFlickerFrequencyMetrics), copy, metrics);
+  if (metrics == nullptr) {
+    return HylErr::kNullPointer;
+  }
+  return AccessAndWait(ReadOf(RlsCommand::kFlickerFrequencyMetrics),
+                       Into(&metrics->metric0, &HylSpectralImpl::metric0_),
+                       Into(&metrics->metric1, &HylSpectralImpl::metric1_),
+                       Into(&metrics->saturation, &HylSpectralImpl::saturation_),
+                       Into(&metrics->metric_byte, &HylSpectralImpl::metric_byte_));
 }
 
 HylErr HylSpectralImpl::GetFlickerSaturation(const char*, uint16_t* saturation) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kFlickerSaturation),
-      [&] { *saturation = static_cast<uint16_t>(saturation_); }, saturation);
+  return AccessAndWait(ReadOf(RlsCommand::kFlickerSaturation),
+                       Into(saturation, &HylSpectralImpl::saturation_));
 }
 
 HylErr HylSpectralImpl::GetRegister(const char*, uint8_t reg, uint8_t* value) {
   RlsMsgAccessReq request = ReadOf(RlsCommand::kRegister);
   request.reg_addr = reg;
-  return AccessAndWait(
-      request, [&] { *value = register_value_; }, value);
+  return AccessAndWait(request, Into(value, &HylSpectralImpl::register_value_));
 }
 
 HylErr HylSpectralImpl::GetDeviceUid(const char*, uint64_t* uid) {
-  return AccessAndWait(
-      ReadOf(RlsCommand::kDeviceUid), [&] { *uid = device_uid_; }, uid);
+  return AccessAndWait(ReadOf(RlsCommand::kDeviceUid), Into(uid, &HylSpectralImpl::device_uid_));
 }
 
 HylErr HylSpectralImpl::SetExposureTime(const char*, uint32_t time, uint32_t* applied) {
   RlsMsgAccessReq request = WriteOf(RlsCommand::kExposureTime);
   request.value32 = time;
-  return AccessAndWait(
-      request, [&] { *applied = exposure_time_; }, applied);
+  return AccessAndWait(request, Into(applied, &HylSpectralImpl::exposure_time_));
 }
 
 HylErr HylSpectralImpl::SetGain(const char*, uint8_t a, float gain, float* applied) {
   RlsMsgAccessReq request = WriteOf(RlsCommand::kGain);
   request.param_a = a;
   request.gain = gain;
-  return AccessAndWait(
-      request, [&] { *applied = gain_; }, applied);
+  return AccessAndWait(request, Into(applied, &HylSpectralImpl::gain_));
 }
 
 HylErr HylSpectralImpl::SetSamplingPeriod(const char*, uint32_t period, uint32_t* applied) {
   RlsMsgAccessReq request = WriteOf(RlsCommand::kSamplingPeriod);
   request.value32 = period;
-  return AccessAndWait(
-      request, [&] { *applied = sampling_period_; }, applied);
+  return AccessAndWait(request, Into(applied, &HylSpectralImpl::sampling_period_));
 }
 
 HylErr HylSpectralImpl::SetFlickerAutoGainEnabled(const char*, bool enable) {

@@ -128,7 +128,7 @@ bool SpectralCallbacks::HandleEvent(const RefCountedSensorEvent& event) {
 }
 
 bool RearSpectralCallbacks::HandleConfigReply(const RlsMsgAccessResp& reply) {
-  instance_.StoreConfigReply(reply, *this);
+  instance_.StoreConfigReply(reply);
   return true;
 }
 

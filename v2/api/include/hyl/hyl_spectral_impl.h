@@ -87,7 +87,7 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// Converts into the client's buffer and calls the client.
   void FlickerDataMsg(uint64_t cookie, const FlickerDataResp* message) HYL_EXCLUDES(mutex_);
   /// Stores the reply's values and wakes the operation that waits for it.
-  void StoreConfigReply(const RlsMsgAccessResp& reply, RearSpectralCallbacks& rear);
+  void StoreConfigReply(const RlsMsgAccessResp& reply);
   /// @}
 
  private:
@@ -116,12 +116,19 @@ class HylSpectralImpl final : public HylSpectralApi {
 
   /// Sends a request and does not wait.
   HylErr Access(const RlsMsgAccessReq& request);
-  /// Sends a request, waits for its reply, and calls `copy_result` under the reply lock. Refuses a
-  /// null pointer among `outs`.
-  template <typename CopyResult, typename... Outs>
-  HylErr AccessAndWait(const RlsMsgAccessReq& request, CopyResult copy_result, const Outs*... outs);
-  void StoreReadReply(const RlsMsgAccessResp& reply);
-  void StoreWriteReply(const RlsMsgAccessResp& reply);
+  /// Sends a request, waits for its reply, and copies result slots. Refuses a null pointer among
+  /// the places to copy to.
+  template <typename... Results>
+  HylErr AccessAndWait(const RlsMsgAccessReq& request, const Results&... results)
+      HYL_EXCLUDES(config_turn_mutex_);
+  /// Lets owed replies arrive, and announces the request. Returns the number of replies so far.
+  uint64_t BeginWait(const RlsMsgAccessReq& request);
+  /// False when no reply has come in time.
+  bool AwaitReply_locked(uint64_t handled_before) HYL_REQUIRES(rear_callbacks_->reply_mutex);
+  void StoreReadReply_locked(const RlsMsgAccessResp& reply)
+      HYL_REQUIRES(rear_callbacks_->reply_mutex);
+  void StoreWriteReply_locked(const RlsMsgAccessResp& reply)
+      HYL_REQUIRES(rear_callbacks_->reply_mutex);
 
   // The order of the members is the order of construction and, reversed, of teardown.
 
@@ -139,24 +146,23 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// The instance mutex: serialises enable, change and disable and the flicker messages.
   std::mutex mutex_;
 
-  // Values of the latest configuration replies, guarded by rear_callbacks_->reply_mutex.
-  bool flicker_auto_gain_ = false;
-  bool spectral_auto_gain_ = false;
-  bool apply_fac_cal_ = false;
-  bool apply_otp_cal_ = false;
-  float gain_ = 0;
-  uint8_t metric_byte_ = 0;
-  uint8_t register_value_ = 0;
-  uint32_t metric0_ = 0;
-  uint32_t metric1_ = 0;
-  uint32_t sampling_period_ = 0;
-  uint32_t flicker_param_ = 0;
-  uint32_t exposure_time_ = 0;
-  uint32_t saturation_ = 0;
-  uint64_t device_uid_ = 0;
+  // Values of the latest configuration replies.
+  bool flicker_auto_gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
+  bool spectral_auto_gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
+  bool apply_fac_cal_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
+  bool apply_otp_cal_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
+  float gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint8_t metric_byte_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint8_t register_value_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t metric0_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t metric1_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t sampling_period_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t flicker_param_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t exposure_time_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint32_t saturation_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
+  uint64_t device_uid_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
 
-  /// Guarded by rear_callbacks_->reply_mutex.
-  spectral::ReplyLedger reply_ledger_;
+  spectral::ReplyLedger reply_ledger_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex);
   /// Held by a configuration operation that waits, from before it sends until it has its result.
   std::mutex config_turn_mutex_;
 };
