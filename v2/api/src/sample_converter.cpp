@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
+#include <cstdlib>
 
+#include "compressed1_decoder.h"
+#include "fixed_unpacker.h"
 #include "log.h"
 
 namespace hyl::v2::spectral {
@@ -103,7 +105,10 @@ uint32_t SampleConverter::EstimateSamples(uint32_t bytes) const {
   // Samples per byte so far, as a fraction; a carried byte belongs to a sample yet to come. A
   // difference takes 1 to 4 bytes.
   uint64_t samples = seq_num_;
-  uint64_t in_bytes = total_bytes_ - (bit_pos_ < 0 ? 1 : 0);
+  uint64_t in_bytes = total_bytes_;
+  if (bit_pos_ < 0 && in_bytes > 0) {
+    --in_bytes;
+  }
   if (in_bytes == 0 || samples > in_bytes) {
     samples = in_bytes = 1;
   } else if (4 * samples < in_bytes) {
@@ -159,15 +164,47 @@ bool SampleConverter::ConvertCompressed1(const uint8_t* data, size_t len, uint8_
     accumulator_ = 0;
   }
   size_t decoded = 0;
-  for (int delta = 0; GetUncompressed1Sample(data, len, delta); ++decoded) {
-    accumulator_ =
-        static_cast<int32_t>(static_cast<uint32_t>(accumulator_) + static_cast<uint32_t>(delta));
-    if (decoded < out_capacity_) {
-      out_buf_[decoded] = ShiftRight(accumulator_, right_shift_);
-    }
+  if (bit_pos_ >= 0 || DecodeNext(data, len, decoded)) {
+    DecodeBulk(data, len, decoded);
+  }
+  while (DecodeNext(data, len, decoded)) {
   }
   out_count_ = LimitToCapacity(decoded);
   return FinishCompressed1(data, len);
+}
+
+bool SampleConverter::DecodeNext(const uint8_t* data, size_t len, size_t& decoded) {
+  int delta = 0;
+  if (!GetUncompressed1Sample(data, len, delta)) {
+    return false;
+  }
+  accumulator_ =
+      static_cast<int32_t>(static_cast<uint32_t>(accumulator_) + static_cast<uint32_t>(delta));
+  if (decoded < out_capacity_) {
+    out_buf_[decoded] = ShiftRight(accumulator_, right_shift_);
+  }
+  ++decoded;
+  return true;
+}
+
+void SampleConverter::DecodeBulk(const uint8_t* data, size_t len, size_t& decoded) {
+  const auto first = static_cast<size_t>(bit_pos_ / 8);
+  if (first >= len || decoded >= out_capacity_ || right_shift_ < -31) {
+    return;
+  }
+  Compressed1Cursor cursor{.next = data + first,
+                           .end = data + len,
+                           .out = out_buf_ + decoded,
+                           .out_end = out_buf_ + out_capacity_,
+                           .sum = accumulator_,
+                           .left = std::max(-right_shift_, 0)};
+  DecodeCompressed1(cursor);
+  for (int32_t* out = out_buf_ + decoded; right_shift_ > 0 && out < cursor.out; ++out) {
+    *out = ShiftRight(*out, right_shift_);
+  }
+  bit_pos_ = 8 * (cursor.next - data);
+  accumulator_ = cursor.sum;
+  decoded = static_cast<size_t>(cursor.out - out_buf_);
 }
 
 bool SampleConverter::FinishCompressed1(const uint8_t* data, size_t len) {
@@ -195,11 +232,15 @@ size_t SampleConverter::LimitToCapacity(size_t wanted) const {
   return wanted;
 }
 
-template <typename ReadSample>
-void SampleConverter::WriteSamples(size_t count, ReadSample read) {
-  for (size_t i = 0; i < count; ++i) {
-    out_buf_[i] = ShiftRight(static_cast<int32_t>(read(i)), right_shift_);
+void SampleConverter::Unpack(FixedPacking packing, const uint8_t* data, size_t count) {
+  packing.little_endian = little_endian_;
+  packing.left += std::max(-right_shift_, 0);
+  packing.right = std::clamp<int>(right_shift_, 0, 31);
+  if (packing.left > 31) {
+    packing.left = 0;
+    packing.mask = 0;
   }
+  UnpackFixed(packing, data, count, out_buf_);
   out_count_ = count;
 }
 
@@ -209,11 +250,7 @@ bool SampleConverter::Convert16BitsIn2(const uint8_t* data, size_t len) {
     return false;
   }
   const size_t count = LimitToCapacity(len / 2) & ~size_t{1};
-  const int high = little_endian_ ? 1 : 0;
-  WriteSamples(count, [=](size_t i) {
-    const uint8_t* const bytes = data + 2 * (i ^ 1);  // the pair's order is swapped
-    return uint32_t{bytes[high]} << 24 | uint32_t{bytes[1 - high]} << 16;
-  });
+  Unpack({.bytes = 2, .swapped_pairs = true}, data, count);
   return true;
 }
 
@@ -224,14 +261,11 @@ bool SampleConverter::ConvertUncompressed(const uint8_t* data, size_t len) {
     return false;
   }
   const size_t count = LimitToCapacity(len / sample_bytes_);
-  WriteSamples(count, [&](size_t i) {
-    const uint8_t* const bytes = data + i * sample_bytes_;
-    uint32_t raw = 0;
-    for (size_t j = 0; j < sample_bytes_; ++j) {
-      raw = raw << 8 | bytes[little_endian_ ? sample_bytes_ - 1 - j : j];
-    }
-    return (raw & sample_mask_) << left_shift_;
-  });
+  const int padding = 32 - 8 * static_cast<int>(sample_bytes_);
+  Unpack({.bytes = sample_bytes_,
+          .mask = sample_mask_ << padding,
+          .left = std::max(left_shift_ - padding, 0)},
+         data, count);
   return true;
 }
 

@@ -7,6 +7,8 @@
 
 namespace hyl::v2::spectral {
 
+struct FixedPacking;
+
 /// Unpacks chunks of a flicker sensor's byte stream into signed samples in the client's buffer,
 /// scaled to the width that the client asked for, and numbers them.
 ///
@@ -75,8 +77,11 @@ class SampleConverter {
   /// Keeps a difference that began with the chunk's last byte. False if more than that is left.
   bool FinishCompressed1(const uint8_t* data, size_t len);
   uint32_t EstimateSamples(uint32_t bytes) const;
-  template <typename ReadSample>
-  void WriteSamples(size_t count, ReadSample read);
+  /// Decodes one difference of a compressed-1 chunk and counts it. False if none is left.
+  bool DecodeNext(const uint8_t* data, size_t len, size_t& decoded);
+  /// Decodes and counts most of the differences that the buffer has room for.
+  void DecodeBulk(const uint8_t* data, size_t len, size_t& decoded);
+  void Unpack(FixedPacking packing, const uint8_t* data, size_t count);
 };
 
 }  // namespace hyl::v2::spectral

@@ -1,0 +1,68 @@
+# What `cmake --install` lays out. Components: library (with headers and packages), host (the
+# simulated hub and the logging stand-in), tool. The tree can be moved as a whole.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(HYL_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/hyl_spectral)
+set(HYL_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Headers of the host layer stay apart, so that a client for a device does not find them by chance.
+set(HYL_HOST_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/hyl-host)
+file(RELATIVE_PATH HYL_PREFIX_FROM_PKGCONFIG /prefix/${HYL_PKGCONFIG_DIR} /prefix)
+string(REGEX REPLACE "/$" "" HYL_PREFIX_FROM_PKGCONFIG ${HYL_PREFIX_FROM_PKGCONFIG})
+file(RELATIVE_PATH HYL_LIBDIR_FROM_BINDIR
+  /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+
+function(hyl_install_pkgconfig name component)
+  configure_file(cmake/package/${name}.pc.in ${CMAKE_BINARY_DIR}/package/${name}.pc @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/package/${name}.pc
+    DESTINATION ${HYL_PKGCONFIG_DIR} COMPONENT ${component})
+endfunction()
+
+# component library
+set_target_properties(hyl_v2_spectral_api PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS hyl_v2_spectral_api
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
+install(DIRECTORY v2/core/include/hyl
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library FILES_MATCHING PATTERN "*.h")
+# The other headers beside these are the library's own.
+install(FILES
+  v2/api/include/hyl/flicker_sample_block.h
+  v2/api/include/hyl/hyl_spectral_api.h
+  v2/api/include/hyl/hyl_spectral_api_callback_interface.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hyl COMPONENT library)
+configure_package_config_file(
+  cmake/package/hyl_spectralConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfig.cmake
+  INSTALL_DESTINATION ${HYL_PACKAGE_DIR}
+  PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR HYL_HOST_INCLUDEDIR)
+write_basic_package_version_file(
+  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfig.cmake
+  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake
+  DESTINATION ${HYL_PACKAGE_DIR} COMPONENT library)
+hyl_install_pkgconfig(hyl-spectral library)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/hyl-spectral COMPONENT library)
+
+# component host
+if(HYL_ON_HOST)
+  install(TARGETS hyl_v2_api base LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host)
+  install(DIRECTORY host/framework/include/hyl host/android-base/include/android-base
+    DESTINATION ${HYL_HOST_INCLUDEDIR} COMPONENT host FILES_MATCHING PATTERN "*.h")
+  hyl_install_pkgconfig(hyl-host-framework host)
+endif()
+
+# component tool
+if(TARGET hyl_spectral_tool)
+  set_target_properties(hyl_spectral_tool PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${HYL_LIBDIR_FROM_BINDIR}")
+  install(TARGETS hyl_spectral_tool
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  configure_file(docs/man/hyl-spectral.1.in ${CMAKE_BINARY_DIR}/package/hyl-spectral.1 @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/package/hyl-spectral.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES cmake/package/hyl-spectral.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME hyl-spectral COMPONENT tool)
+endif()

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <ostream>
+#include <sstream>
+
+namespace android::base {
+
+enum LogSeverity {
+  VERBOSE,
+  DEBUG,
+  INFO,
+  WARNING,
+  ERROR,
+  FATAL_WITHOUT_ABORT,
+  FATAL,
+};
+
+/// The buffer of the device's log that an entry goes to.
+enum LogId {
+  DEFAULT,
+  MAIN,
+  SYSTEM,
+  RADIO,
+  CRASH,
+};
+
+/// Receives every entry that is logged: `message` is its whole text, line ends included, and is
+/// valid during the call only, as `tag` and `file` are. Called on the thread that logs, by several
+/// threads at once if several log, and with no lock held: it may log and may call SetLogger.
+using LogFunction = std::function<void(LogId, LogSeverity, const char* tag, const char* file,
+                                       unsigned int line, const char* message)>;
+
+/// Replaces the logger and returns the one before it. Entries that other threads have begun to
+/// write may still reach the old logger after the return. An empty function stands for the default
+/// logger, which writes each entry to standard error as one line.
+LogFunction SetLogger(LogFunction&& logger);
+
+/// Sets the lowest severity that is logged, INFO at first, and returns the one before it.
+LogSeverity SetMinimumLogSeverity(LogSeverity severity);
+LogSeverity GetMinimumLogSeverity();
+
+/// Tells whether an entry of that severity and tag is logged. FATAL always is.
+bool ShouldLog(LogSeverity severity, const char* tag);
+
+/// One entry: text is put into `stream()`, and the destructor hands it to the logger if it should
+/// be logged. An entry of severity FATAL then ends the process.
+class LogMessage {
+ public:
+  /// `file` and `tag` must outlive the object. A null tag stands for the program's name. An `error`
+  /// other than -1 is an errno value, whose description is appended to the text.
+  LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag, int error);
+  LogMessage(const LogMessage&) = delete;
+  LogMessage& operator=(const LogMessage&) = delete;
+  ~LogMessage();
+
+  std::ostream& stream();
+
+ private:
+  std::ostringstream text_;
+  const char* file_;
+  unsigned int line_;
+  LogSeverity severity_;
+  const char* tag_;
+  int error_;
+};
+
+}  // namespace android::base
+
+/// The tag of the entries that LOG makes: LOG_TAG where the including file defined it.
+#ifdef LOG_TAG
+#define ANDROID_BASE_LOG_TAG LOG_TAG
+#else
+#define ANDROID_BASE_LOG_TAG nullptr
+#endif
+
+/// `LOG(ERROR) << "text";` logs one entry; what is streamed is evaluated only if it is logged.
+#define LOG(severity)                                                                  \
+  ::android::base::ShouldLog(::android::base::severity, ANDROID_BASE_LOG_TAG) &&       \
+      ::android::base::LogMessage(__FILE__, static_cast<unsigned>(__LINE__),           \
+                                  ::android::base::severity, ANDROID_BASE_LOG_TAG, -1) \
+          .stream()

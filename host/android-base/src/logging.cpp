@@ -1,0 +1,137 @@
+#include <android-base/logging.h>
+#include <android-base/stringprintf.h>
+#include <errno.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace android::base {
+namespace {
+
+char SeverityLetter(LogSeverity severity) {
+  constexpr std::string_view kLetters = "VDIWEFF";
+  const auto index = static_cast<std::size_t>(severity);
+  return index < kLetters.size() ? kLetters[index] : '?';
+}
+
+const char* BaseName(const char* path) {
+  const char* slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
+}
+
+std::string TimeOfDay() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  return StringPrintf("%02d-%02d %02d:%02d:%02d.%03ld", local.tm_mon + 1, local.tm_mday,
+                      local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000);
+}
+
+/// `message` without the line ends at its end, those within written as `\n`.
+std::string OnOneLine(std::string_view message) {
+  const std::size_t last = message.find_last_not_of('\n');
+  message = message.substr(0, last == std::string_view::npos ? 0 : last + 1);
+  std::string line;
+  for (const char c : message) {
+    if (c == '\n') {
+      line += "\\n";
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
+/// One write for the whole text, so that the lines of several threads do not mix.
+void WriteToStderr(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;  // There is nowhere left to report to.
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+void LogToStderr(LogId /*id*/, LogSeverity severity, const char* tag, const char* file,
+                 unsigned int line, const char* message) {
+  std::string text =
+      StringPrintf("%s %c %s %d %d %s:%u] ", tag, SeverityLetter(severity), TimeOfDay().c_str(),
+                   static_cast<int>(getpid()), static_cast<int>(gettid()), BaseName(file), line);
+  text += OnOneLine(message);
+  text += '\n';
+  WriteToStderr(text);
+}
+
+struct LoggerState {
+  std::mutex mutex;
+  std::shared_ptr<LogFunction> logger = std::make_shared<LogFunction>(LogToStderr);  // mutex
+  std::atomic<LogSeverity> minimum_severity = INFO;
+};
+
+/// Never destroyed, so that threads and static destructors can log until the process is gone.
+LoggerState& State() {
+  static LoggerState& state = *new LoggerState;
+  return state;
+}
+
+std::shared_ptr<LogFunction> CurrentLogger() {
+  const std::lock_guard lock(State().mutex);
+  return State().logger;
+}
+
+}  // namespace
+
+LogFunction SetLogger(LogFunction&& logger) {
+  auto next = std::make_shared<LogFunction>(std::move(logger));
+  if (!*next) *next = LogToStderr;
+  {
+    const std::lock_guard lock(State().mutex);
+    State().logger.swap(next);
+  }
+  return *next;  // A copy: another thread may be calling it at this moment.
+}
+
+LogSeverity SetMinimumLogSeverity(LogSeverity severity) {
+  return State().minimum_severity.exchange(severity);
+}
+
+LogSeverity GetMinimumLogSeverity() {
+  return State().minimum_severity.load();
+}
+
+bool ShouldLog(LogSeverity severity, const char* /*tag*/) {
+  return severity >= FATAL || severity >= GetMinimumLogSeverity();
+}
+
+LogMessage::LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag,
+                       int error)
+    : file_(file == nullptr ? "" : file),
+      line_(line),
+      severity_(severity),
+      tag_(tag == nullptr ? program_invocation_short_name : tag),
+      error_(error) {}
+
+LogMessage::~LogMessage() {
+  if (ShouldLog(severity_, tag_)) {
+    char buffer[256];
+    if (error_ != -1) text_ << ": " << strerror_r(error_, buffer, sizeof(buffer));
+    (*CurrentLogger())(DEFAULT, severity_, tag_, file_, line_, text_.str().c_str());
+  }
+  if (severity_ >= FATAL) std::abort();
+}
+
+std::ostream& LogMessage::stream() {
+  return text_;
+}
+
+}  // namespace android::base

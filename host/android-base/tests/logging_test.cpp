@@ -1,0 +1,122 @@
+#include <android-base/logging.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace android::base {
+namespace {
+
+struct Entry {
+  LogSeverity severity;
+  std::string tag;
+  std::string file;
+  unsigned line;
+  std::string message;
+
+  bool operator==(const Entry&) const = default;
+};
+
+/// Collects what is logged, and puts the logger and the minimum severity back at the end.
+class LoggingTest : public testing::Test {
+ protected:
+  LoggingTest() {
+    previous_ = SetLogger([this](LogId, LogSeverity severity, const char* tag, const char* file,
+                                 unsigned int line, const char* message) {
+      entries_.push_back({severity, tag, file, line, message});
+    });
+  }
+  ~LoggingTest() override {
+    SetLogger(std::move(previous_));
+    SetMinimumLogSeverity(INFO);
+  }
+
+  std::vector<Entry> entries_;
+
+ private:
+  LogFunction previous_;
+};
+
+TEST_F(LoggingTest, HandsEveryFieldAndTheWholeTextToTheLogger) {
+  { LogMessage("dir/file.cpp", 12, WARNING, "TAG", -1).stream() << "one\ntwo " << 3 << "\n\n"; }
+  { LogMessage("file.cpp", 13, ERROR, "TAG", ENOENT).stream() << "open"; }
+  const std::vector<Entry> expected = {
+      {WARNING, "TAG", "dir/file.cpp", 12, "one\ntwo 3\n\n"},
+      {ERROR, "TAG", "file.cpp", 13, "open: No such file or directory"}};
+  EXPECT_EQ(entries_, expected);
+}
+
+TEST_F(LoggingTest, NullTagStandsForTheProgram) {
+  { LogMessage("file.cpp", 1, INFO, nullptr, -1).stream() << "text"; }
+  ASSERT_EQ(entries_.size(), 1U);
+  EXPECT_EQ(entries_[0].tag, "base_tests");
+}
+
+TEST_F(LoggingTest, MinimumSeverityDecidesWhatIsLogged) {
+  for (int minimum = VERBOSE; minimum <= FATAL; ++minimum) {
+    SetMinimumLogSeverity(static_cast<LogSeverity>(minimum));
+    EXPECT_EQ(GetMinimumLogSeverity(), minimum);
+    for (int severity = VERBOSE; severity < FATAL; ++severity) {
+      entries_.clear();
+      { LogMessage("f", 1, static_cast<LogSeverity>(severity), "TAG", -1).stream() << "text"; }
+      EXPECT_EQ(entries_.size(), severity >= minimum ? 1U : 0U) << severity << " of " << minimum;
+      EXPECT_EQ(ShouldLog(static_cast<LogSeverity>(severity), "TAG"), severity >= minimum);
+    }
+    EXPECT_TRUE(ShouldLog(FATAL, "TAG"));
+  }
+}
+
+TEST_F(LoggingTest, InfoIsTheMinimumAtFirst) {
+  EXPECT_EQ(SetMinimumLogSeverity(ERROR), INFO);
+}
+
+TEST_F(LoggingTest, MacroEvaluatesOnlyWhatIsLogged) {
+  int evaluated = 0;
+  LOG(DEBUG) << ++evaluated;
+  EXPECT_EQ(evaluated, 0);
+  LOG(INFO) << ++evaluated;
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_EQ(entries_.size(), 1U);
+}
+
+TEST_F(LoggingTest, LoggerMayLogAndReplaceItself) {
+  std::vector<std::string> seen;
+  SetLogger([&seen](LogId, LogSeverity, const char*, const char*, unsigned, const char* message) {
+    seen.emplace_back(message);
+    if (seen.size() == 1) LOG(INFO) << "from within";
+    if (seen.size() == 2) SetLogger([](auto&&...) {});
+  });
+  LOG(INFO) << "first";
+  LOG(INFO) << "into the void";
+  EXPECT_EQ(seen, (std::vector<std::string>{"first", "from within"}));
+}
+
+TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {
+  constexpr int kThreads = 4;
+  constexpr int kEntries = 500;
+  std::atomic<int> count = 0;
+  const auto counting_logger = [&count](auto&&...) { ++count; };
+  SetLogger(counting_logger);
+  std::latch start(kThreads);
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      start.arrive_and_wait();
+      for (int entry = 0; entry < kEntries; ++entry) {
+        if (entry % 7 == 0) SetLogger(counting_logger);
+        LOG(ERROR) << "entry " << entry;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(count, kThreads * kEntries);
+}
+
+}  // namespace
+}  // namespace android::base

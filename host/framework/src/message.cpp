@@ -1,0 +1,7 @@
+#include <hyl/message.h>
+
+namespace hyl::v2 {
+
+Message::~Message() = default;
+
+}  // namespace hyl::v2

@@ -1,0 +1,67 @@
+#include <hyl/vector.h>
+
+#include <algorithm>
+
+#include "vector_faults.h"
+
+namespace hyl::v2 {
+namespace {
+
+constexpr size_t kMinElems = 16;
+/// The framework's heaps give no larger block. Also keeps byte counts from overflowing.
+constexpr size_t kMaxBytes = size_t{1} << 30;
+
+void* ElemAt(void* data, size_t index, size_t elem_size) {
+  return static_cast<char*>(data) + index * elem_size;
+}
+
+/// How many elements to make room for, so that appending one at a time costs few moves.
+size_t GrownCapacity(size_t capacity, size_t wanted, size_t max) {
+  return std::min(std::max({kMinElems, 2 * capacity, wanted}), max);
+}
+
+}  // namespace
+
+VectorBase::~VectorBase() = default;
+
+HylErr VectorBase::Resize(size_t new_count, size_t elem_size, HylHeapEnum heap) {
+  while (count_ > new_count) {
+    DestroyElem(ElemAt(data_, --count_, elem_size));
+  }
+  if (count_ == new_count) {
+    return HylErr::kOk;
+  }
+  const size_t max_count = elem_size > 0 ? kMaxBytes / elem_size : 0;
+  if (heap != HylHeapEnum::kDefault || new_count > max_count || host::VectorGrowthFails()) {
+    return HylErr::kFailed;
+  }
+  if (new_count > reserved_) {
+    const size_t capacity = GrownCapacity(reserved_, new_count, max_count);
+    void* const fresh = ::operator new(capacity* elem_size, std::nothrow);
+    if (fresh == nullptr) {
+      return HylErr::kFailed;
+    }
+    for (size_t i = 0; i < count_; ++i) {
+      MoveElem(ElemAt(data_, i, elem_size), ElemAt(fresh, i, elem_size));
+    }
+    ::operator delete(data_);
+    data_ = fresh;
+    reserved_ = capacity;
+  }
+  while (count_ < new_count) {
+    ConstructElem(ElemAt(data_, count_, elem_size));
+    ++count_;
+  }
+  return HylErr::kOk;
+}
+
+void VectorBase::DestroyVector(size_t elem_size) {
+  while (count_ > 0) {
+    DestroyElem(ElemAt(data_, --count_, elem_size));
+  }
+  ::operator delete(data_);
+  data_ = nullptr;
+  reserved_ = 0;
+}
+
+}  // namespace hyl::v2

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace hyl::v2::spectral {
+
+/// The decoding of a compressed-1 chunk under way: what is left of the chunk, which goes on with a
+/// whole difference, and of the room for samples.
+struct Compressed1Cursor {
+  const uint8_t* next = nullptr;
+  const uint8_t* end = nullptr;
+  int32_t* out = nullptr;
+  int32_t* out_end = nullptr;
+  int32_t sum = 0;  ///< of all differences so far; wraps
+  int left = 0;     ///< bits by which a sum is shifted to make a sample; 0 to 31
+
+  size_t BytesLeft() const { return static_cast<size_t>(end - next); }
+  size_t RoomLeft() const { return static_cast<size_t>(out_end - out); }
+};
+
+/// Decodes the bulk of a chunk. Stops before a difference that cannot be decoded, and may stop
+/// before the last few bytes or samples. Touches no more of `out` than the chunk has samples for,
+/// unless it is malformed.
+void DecodeCompressed1(Compressed1Cursor& cursor);
+
+}  // namespace hyl::v2::spectral

@@ -1,0 +1,76 @@
+#include "fixed_unpacker.h"
+
+#include <array>
+#include <cstring>
+
+#include "lanes.h"
+
+namespace hyl::v2::spectral {
+namespace {
+
+constexpr size_t kLoaded = sizeof(U8Lanes);
+constexpr std::array<size_t, 5> kWholeInLoaded = {0, 0, 8, 5, 4};  // by a container's bytes
+
+/// A shuffle that puts four samples at the tops of four lanes.
+constexpr std::array<uint8_t, 16> PlaceFour(size_t bytes, bool little_endian, bool swapped_pairs) {
+  std::array<uint8_t, 16> shuffle{};
+  for (size_t i = 0; i < shuffle.size(); ++i) {
+    const size_t sample = swapped_pairs ? (i / 4) ^ 1 : i / 4;
+    const size_t unused = 4 - bytes;
+    const size_t byte = little_endian ? i % 4 - unused : 3 - i % 4;
+    shuffle[i] = static_cast<uint8_t>(i % 4 < unused ? kNoByte : sample * bytes + byte);
+  }
+  return shuffle;
+}
+
+constexpr std::array<std::array<uint8_t, 16>, 8> kShuffles = {
+    PlaceFour(2, false, false), PlaceFour(2, true, false),  PlaceFour(3, false, false),
+    PlaceFour(3, true, false),  PlaceFour(4, false, false), PlaceFour(4, true, false),
+    PlaceFour(2, false, true),  PlaceFour(2, true, true)};
+
+const void* ShuffleFor(const FixedPacking& packing) {
+  const size_t size = packing.swapped_pairs ? 3 : packing.bytes - 2;
+  return &kShuffles[2 * size + (packing.little_endian ? 1 : 0)];
+}
+
+/// The container of sample `i`, its highest bit at bit 31.
+uint32_t PlaceOne(const FixedPacking& packing, const uint8_t* data, size_t i) {
+  const uint8_t* const from = data + packing.bytes * (packing.swapped_pairs ? i ^ 1 : i);
+  uint32_t container = 0;
+  for (size_t j = 0; j < packing.bytes; ++j) {
+    container = container << 8 | from[packing.little_endian ? packing.bytes - 1 - j : j];
+  }
+  return container << (32 - 8 * packing.bytes);
+}
+
+}  // namespace
+
+void UnpackFixed(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
+  const size_t len = count * packing.bytes;
+  if (!kHasByteShuffle || len < kLoaded) {
+    for (size_t i = 0; i < count; ++i) {
+      const uint32_t sample = (PlaceOne(packing, data, i) & packing.mask) << packing.left;
+      out[i] = static_cast<int32_t>(sample) >> packing.right;
+    }
+    return;
+  }
+  const auto unpack = [mask = packing.mask, left = packing.left, right = packing.right](
+                          const uint8_t* from, U8Lanes shuffle, int32_t* to) {
+    const auto containers = As<U32Lanes>(ShuffleBytes(Load<U8Lanes>(from), shuffle));
+    const S32Lanes samples = As<S32Lanes>((containers & mask) << left) >> right;
+    std::memcpy(to, &samples, sizeof(samples));
+  };
+  const auto shuffle = Load<U8Lanes>(ShuffleFor(packing));
+  const size_t four = 4 * packing.bytes;
+  const uint8_t* const last = data + len - kLoaded;
+  int32_t* const out_end = out + count;
+  for (; data < last; data += four, out += 4) {
+    unpack(data, shuffle, out);
+  }
+  // The last 16 bytes end with 4 to 8 whole containers, most of which are still to be unpacked.
+  const size_t whole = kWholeInLoaded[packing.bytes];
+  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - whole * packing.bytes), out_end - whole);
+  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - four), out_end - 4);
+}
+
+}  // namespace hyl::v2::spectral
