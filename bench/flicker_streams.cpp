@@ -1,0 +1,85 @@
+#include "flicker_streams.h"
+
+#include <cmath>
+#include <numbers>
+#include <random>
+#include <utility>
+
+namespace hyl::v2::bench {
+namespace {
+
+constexpr uint8_t kStop = 0x80;
+
+void Append(std::vector<uint8_t>& bytes, int difference) {
+  int groups = 1;
+  while (difference < -(1 << (7 * groups - 1)) || difference >= 1 << (7 * groups - 1)) {
+    ++groups;
+  }
+  for (int group = 0; group < groups; ++group) {
+    const int stop = group == groups - 1 ? kStop : 0;
+    bytes.push_back(static_cast<uint8_t>(((difference >> (7 * group)) & 0x7F) | stop));
+  }
+}
+
+std::vector<uint8_t> CutToLength(std::vector<uint8_t> bytes) {
+  while (bytes.size() > kStreamBytes || (bytes.back() & kStop) == 0) {
+    bytes.pop_back();
+  }
+  return bytes;
+}
+
+/// Light at twice the mains frequency, sampled `per_period` times in each period, in 12 bits.
+std::vector<uint8_t> Ripple(double amplitude, double per_period) {
+  constexpr double kMiddle = 2048;
+  constexpr double kNoise = 2;
+  std::mt19937 engine(1);
+  std::normal_distribution<double> noise(0, kNoise);
+  std::vector<uint8_t> bytes;
+  int previous = 0;
+  for (int i = 0; bytes.size() < kStreamBytes; ++i) {
+    const double phase = 2 * std::numbers::pi * i / per_period;
+    const int sample =
+        static_cast<int>(std::lround(kMiddle + amplitude * std::sin(phase) + noise(engine)));
+    Append(bytes, sample - previous);
+    previous = sample;
+  }
+  return CutToLength(std::move(bytes));
+}
+
+/// Differences of 1 to `max_groups` groups, equally often, in no order.
+std::vector<uint8_t> Mixture(size_t max_groups) {
+  std::mt19937 engine(2);
+  std::vector<uint8_t> bytes;
+  while (bytes.size() < kStreamBytes) {
+    for (size_t left = 1 + engine() % max_groups; left > 0; --left) {
+      bytes.push_back(static_cast<uint8_t>((engine() & 0x7F) | (left == 1 ? kStop : 0)));
+    }
+  }
+  return CutToLength(std::move(bytes));
+}
+
+}  // namespace
+
+FlickerStream MainsRipple() {
+  return {"mains ripple", Ripple(600, 100)};
+}
+FlickerStream SteepRipple() {
+  return {"steep ripple", Ripple(1000, 95.5)};
+}
+FlickerStream HalfAndHalf() {
+  return {"half 1, half 2 groups", Mixture(2)};
+}
+FlickerStream UniformGroups() {
+  return {"1 to 4 groups", Mixture(4)};
+}
+
+std::vector<uint8_t> RandomBytes(size_t count) {
+  std::mt19937 engine(3);
+  std::vector<uint8_t> bytes(count);
+  for (uint8_t& byte : bytes) {
+    byte = static_cast<uint8_t>(engine());
+  }
+  return bytes;
+}
+
+}  // namespace hyl::v2::bench

@@ -1,0 +1,105 @@
+// The flicker sample converter against the model of it, on any configuration and any chunks.
+//
+// An input is a sequence of calls: one byte that names the call, then its arguments.
+//   0  new output: bits, capacity (255: a null buffer)
+//   1  format message: kind, byte order, msb, lsb
+//   2  sequence number of an offset: 4 bytes
+//   3  sequence number of an offset from the end of the data so far: 1 byte, signed
+//   4  counters back to 0
+//   5  and above: chunk: restart, length, that many bytes
+// Arguments that the input no longer holds are 0.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <span>
+
+#include "sample_converter_twin.h"
+
+namespace {
+
+using hyl::v2::test::ConverterTwin;
+
+class Input {
+ public:
+  explicit Input(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+
+  bool Empty() const { return bytes_.empty(); }
+
+  uint8_t Byte() {
+    if (bytes_.empty()) return 0;
+    const uint8_t byte = bytes_.front();
+    bytes_ = bytes_.subspan(1);
+    return byte;
+  }
+  int SignedByte() { return static_cast<int8_t>(Byte()); }
+  uint32_t Word() {
+    uint32_t word = 0;
+    for (int i = 0; i < 4; ++i) word = word << 8 | Byte();
+    return word;
+  }
+  std::span<const uint8_t> Bytes(size_t count) {
+    const auto taken = bytes_.first(std::min(count, bytes_.size()));
+    bytes_ = bytes_.subspan(taken.size());
+    return taken;
+  }
+
+ private:
+  std::span<const uint8_t> bytes_;
+};
+
+void SetOutput(Input& input, ConverterTwin& twin) {
+  constexpr uint8_t kNullBuffer = 255;
+  const uint8_t bits = input.Byte();
+  const uint8_t capacity = input.Byte();
+  twin.SetOutput(capacity == kNullBuffer ? std::nullopt : std::optional<size_t>(capacity), bits);
+}
+
+void Configure(Input& input, ConverterTwin& twin) {
+  const int kind = input.SignedByte();
+  const bool little_endian = input.Byte() % 2 != 0;
+  const uint8_t msb = input.Byte();
+  twin.Configure(kind, little_endian, msb, input.Byte());
+}
+
+void Convert(Input& input, ConverterTwin& twin) {
+  const uint8_t restart = input.Byte();
+  const size_t length = input.Byte();
+  twin.Convert(input.Bytes(length), restart);
+}
+
+void Call(Input& input, ConverterTwin& twin) {
+  switch (input.Byte()) {
+    case 0:
+      return SetOutput(input, twin);
+    case 1:
+      return Configure(input, twin);
+    case 2:
+      return twin.AskSeqNum(input.Word());
+    case 3:
+      return twin.AskSeqNum(twin.Converter().total_bytes_ +
+                            static_cast<uint32_t>(input.SignedByte()));
+    case 4:
+      return twin.ResetCounters();
+    default:
+      return Convert(input, twin);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Input input({data, size});
+  ConverterTwin twin;
+  while (!input.Empty()) {
+    Call(input, twin);
+    if (!twin.Difference().empty()) {
+      std::cerr << "converter and model differ: " << twin.Difference() << std::endl;
+      std::abort();
+    }
+  }
+  return 0;
+}

@@ -1,0 +1,308 @@
+// Enable, change and disable of ambient-light sensors: requests, results and messages.
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "library_test.h"
+
+namespace hyl::v2::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// "type handle client-id", in hexadecimal, of each request.
+std::vector<std::string> Requests(ScriptedApi& framework) {
+  std::vector<std::string> requests;
+  for (const FrameworkCall& call : framework.TakeInvokes()) {
+    EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
+    requests.push_back(Text("%x %x %x", call.type, call.handle, call.client_id()));
+  }
+  return requests;
+}
+
+struct Field {
+  size_t offset;
+  size_t width;
+  uint64_t value;
+};
+
+/// A request of `size` bytes, without its table pointer: zero but for the fields.
+std::vector<uint8_t> Bytes(size_t size, const std::vector<Field>& fields) {
+  std::vector<uint8_t> bytes(size);
+  for (const Field& field : fields) {
+    for (size_t i = 0; i < field.width; ++i) {
+      bytes.at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
+    }
+  }
+  bytes.erase(bytes.begin(), bytes.begin() + 8);
+  return bytes;
+}
+
+using AmbientLightTest = LibraryTest;
+
+TEST_F(AmbientLightTest, RequestsAreRightByteByByte) {
+  const uint32_t rear = Enable(nullptr);
+  const uint32_t front = Enable("Front", kOnChange);
+  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(rear));
+  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(front));
+  const std::vector<FrameworkCall> calls = framework.TakeInvokes();
+  ASSERT_EQ(4U, calls.size());
+  EXPECT_EQ(3U, calls[0].type);
+  EXPECT_EQ(0x04F40000U, calls[0].handle);
+  EXPECT_EQ(
+      Bytes(56, {{8, 1, 1}, {12, 4, 0x0A0003F4}, {40, 8, 100'000'000}, {48, 1, 1}, {49, 1, 1}}),
+      calls[0].bytes);
+  EXPECT_EQ(2U, calls[1].type);
+  EXPECT_EQ(0x010C0001U, calls[1].handle);
+  EXPECT_EQ(Bytes(40, {{8, 1, 1}, {12, 4, 0x0A01000C}, {33, 1, 1}, {34, 1, 1}}), calls[1].bytes);
+  EXPECT_EQ(4U, calls[2].type);
+  EXPECT_EQ(0x04F40000U, calls[2].handle);
+  EXPECT_EQ(Bytes(16, {{8, 1, 1}, {12, 4, 0x0A0003F4}}), calls[2].bytes);
+  EXPECT_EQ(0x010C0001U, calls[3].handle);
+  EXPECT_EQ(Bytes(16, {{8, 1, 1}, {12, 4, 0x0A01000C}}), calls[3].bytes);
+  EXPECT_EQ(calls[0].callbacks, calls[2].callbacks);
+  EXPECT_EQ(calls[1].callbacks, calls[3].callbacks);
+  EXPECT_NE(calls[0].callbacks, calls[1].callbacks);
+  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+}
+
+TEST_F(AmbientLightTest, ChangeMovesTheSessionToTheOtherSensor) {
+  const uint32_t id = Enable("Front");
+  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kContinuous));
+  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
+  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
+  framework.Deliver(kFrontOnChange, SampleMsg({1}));
+  EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, id, {1}, 0}));
+  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kContinuous));
+  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
+  EXPECT_THAT(Requests(framework),
+              ElementsAre("3 4f40001 a0103f4", "4 4f40001 a0103f4", "2 10c0001 a01000c",
+                          "4 10c0001 a01000c", "3 4f40001 a0103f4", "4 4f40001 a0103f4"));
+  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+}
+
+enum class Before { kIdle, kFrontOnly, kFarOnly, kRearRuns, kRearRunsAlone, kRearWasStopped };
+
+constexpr uint32_t kThatSession = 0xFFFFFFFF;  // of the rear sensor
+
+struct Call {
+  enum { kEnable, kChange, kDisable } operation;
+  const char* name;
+  uint32_t session;
+  uint32_t mode;
+};
+constexpr Call EnableIt(const char* name, uint32_t mode) {
+  return {Call::kEnable, name, 0, mode};
+}
+constexpr Call Change(uint32_t mode, uint32_t session = kThatSession) {
+  return {Call::kChange, nullptr, session, mode};
+}
+constexpr Call Disable(uint32_t session = kThatSession) {
+  return {Call::kDisable, nullptr, session, 0};
+}
+
+/// What an operation does when something is wrong.
+struct Fault {
+  Fault(const char* its_name, Before state, Call operation)
+      : name(its_name), before(state), call(operation) {}
+  /// Of the operation's requests, that number is refused with 3.
+  Fault Refusing(int request) && {
+    refused = request;
+    return std::move(*this);
+  }
+  Fault Gives(uint8_t code, const char* text, std::vector<std::string> sent = {},
+              size_t running = 0) && {
+    result = HylErr{code};
+    message = text;
+    requests = std::move(sent);
+    left_running = running;
+    return std::move(*this);
+  }
+
+  const char* name;
+  Before before;
+  Call call;
+  int refused = 0;
+  HylErr result{};
+  std::string message;
+  std::vector<std::string> requests;
+  size_t left_running = 0;
+};
+
+const std::string kStop = "4 4f40000 a0003f4";
+const std::string kStart = "2 10c0000 a00000c";
+using enum Before;
+
+const Fault kFaults[] = {
+    Fault("EnableMode0", kIdle, EnableIt("Rear", 0))
+        .Gives(9, "Cannot enable ALS, invalid reporting mode: 0"),
+    Fault("EnableMode3", kIdle, EnableIt("Rear", 3))
+        .Gives(9, "Cannot enable ALS, invalid reporting mode: 3"),
+    Fault("EnableUnknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
+    Fault("EnableFlicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
+    Fault("EnableNull", kFrontOnly, EnableIt(nullptr, 1)).Gives(7, "Sensor '' not found"),
+    Fault("EnableTwice", kRearRuns, EnableIt("", 1))
+        .Gives(19, "Cannot start sensor 'Rear ALS'-1012:0, already running", {}, 1),
+    Fault("EnableRefused", kIdle, EnableIt("Rear", 2))
+        .Refusing(1)
+        .Gives(3, "InvokeAsyncServiceCall err:  3!", {kStart}),
+    Fault("EnableIndex256", kFarOnly, EnableIt("Far", 1))
+        .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
+    Fault("ChangeMode0", kRearRuns, Change(0))
+        .Gives(9, "Change-ALS: Invalid reporting mode (0)!", {}, 1),
+    Fault("ChangeMode3", kRearRuns, Change(3))
+        .Gives(9, "Change-ALS: Invalid reporting mode (3)!", {}, 1),
+    Fault("ChangeSession0", kRearRuns, Change(2, 0))
+        .Gives(7, "Change-ALS: Cannot find session for id (0)", {}, 1),
+    Fault("ChangeUnknown", kRearRuns, Change(2, 4000000000))
+        .Gives(7, "Change-ALS: Cannot find session for id (4000000000)", {}, 1),
+    Fault("ChangeStopRefused", kRearRuns, Change(2))
+        .Refusing(1)
+        .Gives(3, "Change-ALS: InvokeAsyncServiceCall err:  3!", {kStop}, 1),
+    Fault("ChangeStartRefused", kRearRuns, Change(2))
+        .Refusing(2)
+        .Gives(3, "Change-ALS: start err:  3!", {kStop, kStart}),
+    Fault("ChangeAlone", kRearRunsAlone, Change(2))
+        .Gives(7, "Change-ALS: Sensor of new type 12 priority 0 not found", {kStop}),
+    Fault("ChangeStopped", kRearWasStopped, Change(2))
+        .Gives(7, "Change-ALS: Cannot stop, sensor with cookie:10a0003f4 not found."),
+    Fault("ChangeStoppedToItsMode", kRearWasStopped, Change(1)).Gives(0, ""),
+    Fault("DisableSession0", kRearRuns, Disable(0))
+        .Gives(7, "Cannot disable sensor, no session-id:0", {}, 1),
+    Fault("DisableUnknown", kRearRuns, Disable(4000000000))
+        .Gives(7, "Cannot disable sensor, no session-id:-294967296", {}, 1),
+    Fault("DisableStopped", kRearWasStopped, Disable())
+        .Gives(7, "Cannot stop, sensor with cookie:10a0003f4 not found."),
+    Fault("DisableRefused", kRearRuns, Disable())
+        .Refusing(1)
+        .Gives(3, "Failed to stop sensor 'Rear ALS'-1012:0(167773172@v1) (err:3)", {kStop}, 1),
+};
+
+void PrintTo(const Fault& fault, std::ostream* out) {
+  *out << fault.name;
+}
+
+class AmbientLightFaultTest : public LibraryTest, public ::testing::WithParamInterface<Fault> {
+ protected:
+  void Prepare(Before before) {
+    const SensorListEntry marker = MakeEntry(kListMarker, "");
+    if (before == kFrontOnly) {
+      framework.SetSensorList({marker, MakeEntry(kFrontContinuous, "Front ALS")});
+    } else if (before == kFarOnly) {
+      framework.SetSensorList({marker, MakeEntry(kRearContinuous + 256, "Far")});
+    } else if (before == kRearRunsAlone) {
+      framework.SetSensorList({marker, MakeEntry(kRearContinuous, "Rear ALS")});
+    }
+    if (before >= kRearRuns) {
+      session_ = Enable("Rear");
+    }
+    if (before == kRearWasStopped) {
+      framework.RefuseInvoke(2, HylErr{3});
+      EXPECT_EQ(HylErr{3}, instance->ChangeAmbientLightSensorReporting(session_, kOnChange));
+    }
+    framework.Take();
+    log.Take();
+  }
+
+  HylErr Make(const Call& call) {
+    const uint32_t session = call.session == kThatSession ? session_ : call.session;
+    const auto mode = static_cast<SensorReportingMode>(call.mode);
+    if (call.operation == Call::kDisable) {
+      return instance->DisableAmbientLightSensor(session);
+    }
+    if (call.operation == Call::kChange) {
+      return instance->ChangeAmbientLightSensorReporting(session, mode);
+    }
+    uint32_t id = 99;
+    const HylErr err = instance->EnableAmbientLightSensor(call.name, id, mode);
+    EXPECT_EQ(99U, id) << "written on success only";
+    return err;
+  }
+
+ private:
+  uint32_t session_ = 0;
+};
+
+TEST_P(AmbientLightFaultTest, HasItsResultAndMessage) {
+  const Fault& fault = GetParam();
+  Prepare(fault.before);
+  if (fault.refused > 0) {
+    framework.RefuseInvoke(fault.refused, HylErr{3});
+  }
+  EXPECT_EQ(fault.result, Make(fault.call));
+  std::vector<LogEntry> messages;
+  if (!fault.message.empty()) {
+    messages = {fault.result == HylErr::kAlreadyRunning ? Warning(fault.message)
+                                                        : Error(fault.message)};
+  }
+  EXPECT_EQ(messages, log.TakeProblems());
+  EXPECT_EQ(fault.requests, Requests(framework));
+  EXPECT_EQ(fault.left_running, framework.Running().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, AmbientLightFaultTest, ::testing::ValuesIn(kFaults),
+                         [](const auto& fault) { return fault.param.name; });
+
+TEST_F(AmbientLightTest, RefusedDisableStillEndsTheSession) {
+  const uint32_t id = Enable("Rear");
+  framework.RefuseInvoke(1, HylErr{3});
+  EXPECT_EQ(HylErr{3}, instance->DisableAmbientLightSensor(id));
+  EXPECT_STREQ("", instance->GetSensorName(id).c_str());
+  framework.Deliver(kRearContinuous, SampleMsg({1}));
+  EXPECT_THAT(client.TakeSpectral(), IsEmpty());
+  EXPECT_NE(id, Enable("Rear")) << "the sensor counts as idle";
+}
+
+class FullTableTest : public AmbientLightTest {
+ protected:
+  FullTableTest() {
+    std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "")};
+    for (uint32_t index = 0; index < 9; ++index) {
+      list.push_back(MakeEntry(kRearContinuous + index, Text("ALS %u", index)));
+    }
+    framework.SetSensorList(list);
+    for (uint32_t index = 0; index < 8; ++index) {
+      first_ = std::min(first_, Enable(Text("ALS %u", index).c_str()));
+    }
+    log.Take();
+    framework.Take();
+  }
+
+  uint32_t first_ = UINT32_MAX;
+};
+
+TEST_F(FullTableTest, StartIsTakenBack) {
+  for (const HylErr stop_result : {HylErr::kOk, HylErr{200}}) {
+    framework.RefuseInvoke(2, stop_result);
+    uint32_t id = 99;
+    EXPECT_EQ(stop_result == HylErr::kOk ? HylErr::kNoSession : stop_result,
+              instance->EnableAmbientLightSensor("ALS 8", id, kContinuous));
+    EXPECT_EQ(99U, id);
+    EXPECT_THAT(Requests(framework), ElementsAre("3 4f40008 a0803f4", "4 4f40008 a0803f4"));
+    EXPECT_THAT(log.Take(),
+                ElementsAre(Error("Cannot add session for ALS 8 10a0803f4, table full!"),
+                            Error("Cannot enable ALS sensor 'ALS 8', no session available!")));
+  }
+  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(first_));
+  EXPECT_NE(0U, Enable("ALS 8")) << "not taken for running";
+}
+
+TEST(UnconnectedTest, NothingCanBeStarted) {
+  LogCapture log;
+  ScriptedApi framework;
+  framework.FailCreate(1);
+  RecordingClient client;
+  Instance instance(&client);
+  EXPECT_THAT(log.Take(), ElementsAre(Error("Failed to create HYL API instance")));
+  uint32_t id = 0;
+  EXPECT_EQ(HylErr::kFailed, instance->EnableAmbientLightSensor("Rear", id, kContinuous));
+  EXPECT_THAT(log.TakeProblems(), ElementsAre(Error("InvokeAsyncServiceCall err:  2!")));
+  EXPECT_THAT(framework.TakeInvokes(), IsEmpty());
+  EXPECT_TRUE(instance->IsSensorSupported(OpticalSensorType::kAmbientLight, "Rear"));
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

@@ -1,0 +1,515 @@
+// The settings operations against the scripted framework: requests, replies and waiting.
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <hyl/hyl_spectral_api.h>
+#include <hyl/rls_msg_access.h>
+
+#include "gate.h"
+#include "instance.h"
+#include "log_capture.h"
+#include "messages.h"
+#include "recording_client.h"
+#include "scripted_api.h"
+
+namespace hyl::v2::test {
+namespace {
+
+using Messages = std::vector<std::unique_ptr<Message>>;
+
+/// Room for the out values of every operation, full of values that no reply brings.
+struct Outs {
+  bool flag = true;
+  uint8_t byte = 0xEE;
+  uint16_t word = 0xEEEE;
+  uint32_t number = 0xEEEEEEEE;
+  uint64_t uid = 0xEEEEEEEEEEEEEEEE;
+  float gain = -1;
+  FlickerFrequencyMetrics metrics = {0xEEEE, 0xEEEE, 0xEEEE, 0xEE};
+
+  auto Fields() const {
+    return std::tuple(flag, byte, word, number, uid, gain, metrics.metric0, metrics.metric1,
+                      metrics.saturation, metrics.metric_byte);
+  }
+  bool operator==(const Outs& other) const { return Fields() == other.Fields(); }
+  friend std::ostream& operator<<(std::ostream& out, const Outs& outs) {
+    return out << testing::PrintToString(outs.Fields());
+  }
+};
+
+template <typename T>
+T* At(Outs* outs, T Outs::*member) {
+  return outs != nullptr ? &(outs->*member) : nullptr;
+}
+
+using Api = HylSpectralApi;
+using Reply = RlsMsgAccessResp;
+/// Passes a null pointer for the first or second out value where that of the two is null.
+using Call = std::function<HylErr(Api& api, const char* sensor, Outs* first, Outs* second)>;
+/// What a reply makes of the out values.
+using Expect = std::function<void(Outs& outs, const Reply& reply)>;
+
+template <typename Member, typename T, typename... Args>
+Call Waiting(Member operation, T Outs::*out, Args... args) {
+  return [=](Api& api, const char* sensor, Outs* first, Outs*) {
+    return (api.*operation)(sensor, args..., At(first, out));
+  };
+}
+
+template <typename Member, typename... Args>
+Call Writing(Member operation, Args... args) {
+  return
+      [=](Api& api, const char* sensor, Outs*, Outs*) { return (api.*operation)(sensor, args...); };
+}
+
+HylErr CallGetFlickerConfig(Api& api, const char* sensor, Outs* first, Outs* second) {
+  return api.GetFlickerConfig(sensor, At(first, &Outs::number), At(second, &Outs::gain));
+}
+
+template <typename T, typename Field>
+Expect Takes(T Outs::*out, Field Reply::*field) {
+  return [=](Outs& outs, const Reply& reply) { outs.*out = static_cast<T>(reply.*field); };
+}
+
+void ExpectConfig(Outs& outs, const Reply& reply) {
+  outs.number = reply.param_a;
+  outs.gain = reply.gain;
+}
+
+void ExpectMetrics(Outs& outs, const Reply& reply) {
+  outs.metrics = {static_cast<uint16_t>(reply.metric0), static_cast<uint16_t>(reply.metric1),
+                  static_cast<uint16_t>(reply.saturation), reply.metric_byte};
+}
+
+struct Operation {
+  const char* name;
+  /// Bytes of the request that are not zero, by their offset; all have lead byte 1 besides.
+  std::map<size_t, int> request;
+  Call call;
+  int out_count;  ///< 0: does not wait
+  Expect expect;
+  uint8_t Reply::*flag;  ///< the reply's switch that the operation hands back, if any
+
+  friend std::ostream& operator<<(std::ostream& out, const Operation& operation) {
+    return out << operation.name;
+  }
+};
+
+constexpr size_t kAccess = 9;
+constexpr size_t kCommand = 10;
+using Arguments = std::map<size_t, int>;
+
+Operation Read(const char* name, int command, Arguments arguments, Call call, Expect expect,
+               int out_count = 1) {
+  arguments.insert({kCommand, command});
+  return {name, std::move(arguments), std::move(call), out_count, std::move(expect), nullptr};
+}
+
+template <typename Member>
+Operation ReadSwitch(const char* name, int command, Member operation, uint8_t Reply::*flag) {
+  return {name, {{kCommand, command}},    Waiting(operation, &Outs::flag),
+          1,    Takes(&Outs::flag, flag), flag};
+}
+
+Operation Write(const char* name, int command, Arguments arguments, Call call) {
+  arguments.insert({{kAccess, 1}, {kCommand, command}});
+  return {name, std::move(arguments), std::move(call), 0, [](Outs&, const Reply&) {}, nullptr};
+}
+
+template <typename T, typename Field>
+Operation WriteAndWait(const char* name, int command, const Arguments& arguments, Call call,
+                       T Outs::*out, Field Reply::*field) {
+  Operation operation = Write(name, command, arguments, call);
+  operation.out_count = 1;
+  operation.expect = Takes(out, field);
+  return operation;
+}
+
+std::vector<Operation> OperationsThatWait() {
+  return {
+      ReadSwitch("GetFlickerAutoGainEnabled", 12, &Api::GetFlickerAutoGainEnabled,
+                 &Reply::flicker_auto_gain),
+      ReadSwitch("GetSpectralAutoGainEnabled", 11, &Api::GetSpectralAutoGainEnabled,
+                 &Reply::spectral_auto_gain),
+      ReadSwitch("GetSpectralApplyFacCal", 14, &Api::GetSpectralApplyFacCal, &Reply::cal_enabled),
+      ReadSwitch("GetSpectralApplyOtpCal", 15, &Api::GetSpectralApplyOtpCal, &Reply::cal_enabled),
+      Read("GetFlickerConfig", 13, {}, CallGetFlickerConfig, ExpectConfig, 2),
+      Read("GetFlickerFrequencyMetrics", 1, {},
+           Waiting(&Api::GetFlickerFrequencyMetrics, &Outs::metrics), ExpectMetrics),
+      Read("GetFlickerSaturation", 2, {}, Waiting(&Api::GetFlickerSaturation, &Outs::word),
+           Takes(&Outs::word, &Reply::saturation)),
+      Read("GetRegister", 7, {{40, 0x21}}, Waiting(&Api::GetRegister, &Outs::byte, uint8_t{0x21}),
+           Takes(&Outs::byte, &Reply::value8)),
+      Read("GetDeviceUid", 8, {}, Waiting(&Api::GetDeviceUid, &Outs::uid),
+           Takes(&Outs::uid, &Reply::device_uid)),
+      WriteAndWait("SetExposureTime", 0, {{36, 4}, {37, 3}, {38, 2}, {39, 1}},
+                   Waiting(&Api::SetExposureTime, &Outs::number, 0x01020304U), &Outs::number,
+                   &Reply::value32),
+      WriteAndWait("SetGain", 4, {{20, 3}, {26, 0x20}, {27, 0x40}},
+                   Waiting(&Api::SetGain, &Outs::gain, uint8_t{3}, 2.5F), &Outs::gain,
+                   &Reply::gain),
+      WriteAndWait("SetSamplingPeriod", 6, {{36, 0xA4}, {37, 0xA3}, {38, 0xA2}, {39, 0xA1}},
+                   Waiting(&Api::SetSamplingPeriod, &Outs::number, 0xA1A2A3A4U), &Outs::number,
+                   &Reply::value32),
+  };
+}
+
+std::vector<Operation> OperationsThatDoNotWait() {
+  constexpr uint8_t kA = 0x12;
+  constexpr uint8_t kB = 0x34;
+  return {
+      Write("SetFlickerChannel", 3, {{20, kA}, {60, kB}}, Writing(&Api::SetFlickerChannel, kA, kB)),
+      Write("SetFlickerPedestal", 5, {{29, kA}}, Writing(&Api::SetFlickerPedestal, kA)),
+      Write("SetRegister", 7, {{40, kA}, {29, kB}}, Writing(&Api::SetRegister, kA, kB)),
+      Write("SetTorchLightState", 10, {{57, 1}}, Writing(&Api::SetTorchLightState, true)),
+      Write("SetSpectralAutoGainEnabled", 11, {{58, 1}},
+            Writing(&Api::SetSpectralAutoGainEnabled, true)),
+      Write("SetFlickerAutoGainEnabled", 12, {{59, 1}},
+            Writing(&Api::SetFlickerAutoGainEnabled, true)),
+      Write("SetSpectralApplyFacCalEnabled", 14, {{56, 1}},
+            Writing(&Api::SetSpectralApplyFacCalEnabled, true)),
+      Write("SetSpectralApplyOtpCalEnabled", 15, {{56, 1}},
+            Writing(&Api::SetSpectralApplyOtpCalEnabled, true)),
+  };
+}
+
+std::vector<Operation> AllOperations() {
+  std::vector<Operation> all = OperationsThatWait();
+  for (const Operation& operation : OperationsThatDoNotWait()) {
+    all.push_back(operation);
+  }
+  return all;
+}
+
+/// A reply with a value of its own in every field; all switches are `on`.
+SettingsReply FullReply(uint8_t on = 2) {
+  SettingsReply reply({}, {});
+  reply.metric0 = 0x00011A1B;
+  reply.metric1 = 0x00022A2B;
+  reply.param_a = 200;
+  reply.gain = 6.25F;
+  reply.metric_byte = 0x3A;
+  reply.value8 = 0x4A;
+  reply.saturation = 0x00012345;
+  reply.value32 = 0x6A6B6C6D;
+  reply.reg_addr = 0x7A;
+  reply.device_uid = 0x8A8B8C8D8E8F9091;
+  reply.param_b = 0x9A;
+  reply.cal_enabled = reply.torch_on = reply.spectral_auto_gain = reply.flicker_auto_gain = on;
+  return reply;
+}
+
+Messages One(const SettingsReply& reply) {
+  Messages messages;
+  messages.push_back(std::make_unique<SettingsReply>(reply));
+  return messages;
+}
+
+/// The reply, made out to this request.
+SettingsReply Answering(const FrameworkCall& call, SettingsReply reply) {
+  reply.access = static_cast<RlsAccess>(call.bytes[kAccess - sizeof(Request)]);
+  reply.command = static_cast<RlsCommand>(call.bytes[kCommand - sizeof(Request)]);
+  return reply;
+}
+
+Messages AnswerInFull(const FrameworkCall& call) {
+  return One(Answering(call, FullReply()));
+}
+
+class ConfigOperationTest : public testing::TestWithParam<Operation> {
+ protected:
+  HylErr Call(Api& api, Outs& outs, const char* sensor = nullptr) const {
+    return GetParam().call(api, sensor, &outs, &outs);
+  }
+
+  std::vector<uint8_t> ExpectedRequest() const {
+    std::vector<uint8_t> bytes(sizeof(RlsMsgAccessReq) - sizeof(Request));
+    bytes[0] = 1;
+    for (const auto& [offset, value] : GetParam().request) {
+      bytes[offset - sizeof(Request)] = static_cast<uint8_t>(value);
+    }
+    return bytes;
+  }
+
+  Outs Expected(const Reply& reply, Outs outs) const {
+    GetParam().expect(outs, reply);
+    return outs;
+  }
+
+  ScriptedApi framework_;
+};
+
+TEST_P(ConfigOperationTest, SendsOneRequestAndHandsBackTheReply) {
+  LogCapture log;
+  const Instance api(nullptr);
+  for (const char* sensor : {static_cast<const char*>(nullptr), "", "no such sensor"}) {
+    for (const bool flag : {true, false}) {
+      SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+      framework_.AnswerWith([&](const FrameworkCall& call) {
+        reply = Answering(call, FullReply(flag ? 0 : 2));
+        if (GetParam().flag != nullptr) {
+          reply.*GetParam().flag = flag ? 2 : 0;
+        }
+        return One(reply);
+      });
+      (void)framework_.Take();
+      const Outs before{.flag = !flag};
+      Outs outs = before;
+      ASSERT_EQ(HylErr::kOk, Call(*api.get(), outs, sensor));
+      EXPECT_EQ(Expected(reply, before), outs);
+      const std::vector<FrameworkCall> calls = framework_.Take();
+      ASSERT_EQ(1U, calls.size());
+      EXPECT_EQ(0x04F40000U, calls[0].handle);
+      EXPECT_EQ(64U, calls[0].type);
+      EXPECT_EQ(ExpectedRequest(), calls[0].bytes);
+      framework_.AwaitAnswers();
+    }
+  }
+  EXPECT_THAT(log.Take(), testing::IsEmpty());
+}
+
+TEST_P(ConfigOperationTest, RefusesNullPointersBeforeItSends) {
+  const Instance api(nullptr);
+  framework_.FailAllCreates();
+  const Instance unconnected(nullptr);
+  LogCapture log;
+  (void)framework_.Take();
+  for (Api* const each : {api.get(), unconnected.get()}) {
+    Outs outs;
+    if (GetParam().out_count >= 1) {
+      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", nullptr, nullptr));
+      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", nullptr, &outs));
+    }
+    if (GetParam().out_count == 2) {
+      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", &outs, nullptr));
+    }
+    EXPECT_EQ(Outs(), outs);
+  }
+  Outs outs;
+  EXPECT_EQ(HylErr::kFailed, Call(*unconnected.get(), outs));
+  EXPECT_EQ(Outs(), outs);
+  EXPECT_THAT(framework_.Take(), testing::IsEmpty());
+  EXPECT_THAT(log.Take(), testing::IsEmpty());
+}
+
+TEST_P(ConfigOperationTest, HandsOnTheFrameworksRefusal) {
+  const Instance api(nullptr);
+  LogCapture log;
+  for (const int code : {3, 255}) {
+    framework_.RefuseInvoke(1, static_cast<HylErr>(code));
+    Outs outs;
+    EXPECT_EQ(static_cast<HylErr>(code), Call(*api.get(), outs));
+    EXPECT_EQ(Outs(), outs);
+  }
+  // A refused request owes no reply: the next one gets its own.
+  framework_.AnswerWith(AnswerInFull);
+  Outs outs;
+  EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
+  EXPECT_THAT(log.Take(), testing::IsEmpty());
+}
+
+TEST_P(ConfigOperationTest, TakesAReplyThatComesBeforeTheSendReturns) {
+  const Instance api(nullptr);
+  framework_.AnswerWith(AnswerInFull);
+  uint64_t uid = 0;
+  ASSERT_EQ(HylErr::kOk, api->GetDeviceUid(nullptr, &uid));  // the framework knows the object now
+  framework_.AnswerWith({});
+
+  SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+  framework_.SetHook([&](const FrameworkCall& call) {
+    if (call.kind == FrameworkCall::Kind::kInvoke) {
+      reply = Answering(call, FullReply());
+      std::thread([&] { framework_.Deliver(kRearContinuous, reply); }).join();
+    }
+  });
+  const Outs before{.flag = false};
+  Outs outs = before;
+  EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
+  EXPECT_EQ(Expected(reply, before), outs);
+  framework_.SetHook({});
+}
+
+/// Replies that fill no slot of the operation end its wait all the same.
+TEST_P(ConfigOperationTest, AnyReplyEndsTheWaitAndHandsBackTheFormerValue) {
+  const Instance api(nullptr);
+  const auto expect_from_strangers = [&](const Reply& former, bool flag) {
+    for (const auto& [access, command] : {std::pair(7, 8), {0, 9}, {1, 12}, {1, 200}}) {
+      SettingsReply stranger = FullReply();
+      stranger.access = static_cast<RlsAccess>(access);
+      stranger.command = static_cast<RlsCommand>(command);
+      framework_.AnswerWith([&](const FrameworkCall&) { return One(stranger); });
+      const Outs before{.flag = !flag};
+      Outs outs = before;
+      EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
+      EXPECT_EQ(Expected(former, before), outs) << "access " << access << " command " << command;
+      framework_.AwaitAnswers();
+    }
+  };
+
+  expect_from_strangers(SettingsReply({}, {}), false);  // zero before the first reply
+  framework_.AnswerWith(AnswerInFull);
+  Outs outs;
+  ASSERT_EQ(HylErr::kOk, Call(*api.get(), outs));
+  framework_.AwaitAnswers();
+  expect_from_strangers(FullReply(), true);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ConfigOperationTest, testing::ValuesIn(AllOperations()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST(ConfigSlotsTest, SaturationAndGainAreSharedBetweenSettings) {
+  ScriptedApi framework;
+  const Instance api(nullptr);
+  const auto answer_as_stranger = [](const FrameworkCall&) {
+    return One(SettingsReply(RlsAccess::kWrite, RlsCommand::kFlickerAutoGain));
+  };
+  const auto answer_with_gain = [](float gain) {
+    return [gain](const FrameworkCall& call) {
+      SettingsReply reply = Answering(call, FullReply());
+      reply.gain = gain;
+      return One(reply);
+    };
+  };
+  FlickerFrequencyMetrics metrics{};
+  uint16_t saturation = 0;
+  uint32_t config = 0;
+  float gain = 0;
+
+  framework.AnswerWith(answer_with_gain(2.5F));
+  ASSERT_EQ(HylErr::kOk, api->GetFlickerFrequencyMetrics(nullptr, &metrics));
+  EXPECT_EQ(0x2345, metrics.saturation);
+  ASSERT_EQ(HylErr::kOk, api->GetFlickerConfig(nullptr, &config, &gain));
+  EXPECT_EQ(200U, config);
+  EXPECT_EQ(2.5F, gain);
+
+  framework.AnswerWith(answer_as_stranger);
+  ASSERT_EQ(HylErr::kOk, api->GetFlickerSaturation(nullptr, &saturation));
+  EXPECT_EQ(0x2345, saturation);
+  gain = 0;
+  ASSERT_EQ(HylErr::kOk, api->SetGain(nullptr, 0, 1.0F, &gain));
+  EXPECT_EQ(2.5F, gain) << "the gain of the flicker configuration";
+
+  framework.AnswerWith(answer_with_gain(8.0F));
+  ASSERT_EQ(HylErr::kOk, api->SetGain(nullptr, 0, 1.0F, &gain));
+  framework.AnswerWith(answer_as_stranger);
+  ASSERT_EQ(HylErr::kOk, api->GetFlickerConfig(nullptr, &config, &gain));
+  EXPECT_EQ(8.0F, gain) << "the gain that was set";
+}
+
+/// Inside a callback besides, on a thread that could be the one that delivers replies.
+TEST(ConfigWaitTest, WritesThatDoNotWaitPassAnOperationThatWaits) {
+  ScriptedApi framework;
+  RecordingClient client;
+  const Instance api(&client);
+  uint32_t session = 0;
+  ASSERT_EQ(HylErr::kOk,
+            api->EnableAmbientLightSensor(nullptr, session, SensorReportingMode::kContinuous));
+  framework.AnswerWith(AnswerInFull);
+  framework.HoldAnswers();
+  Gate sent;
+  framework.SetHook([&](const FrameworkCall&) { sent.Open(); });
+  uint64_t uid = 0;
+  auto waiting = std::async(std::launch::async, [&] { return api->GetDeviceUid(nullptr, &uid); });
+  ASSERT_TRUE(sent.Pass());
+
+  size_t accepted = 0;
+  client.SetHook([&] {
+    for (const Operation& write : OperationsThatDoNotWait()) {
+      EXPECT_EQ(HylErr::kOk, write.call(*api.get(), nullptr, nullptr, nullptr)) << write.name;
+      ++accepted;
+    }
+  });
+  framework.Deliver(kRearContinuous, SampleMsg({1.0F}));
+  EXPECT_EQ(8U, accepted);
+  EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::seconds(0)));
+  framework.ReleaseAnswers();
+  EXPECT_EQ(HylErr::kOk, waiting.get());
+  EXPECT_EQ(0x8A8B8C8D8E8F9091U, uid);
+  framework.AwaitAnswers();
+}
+
+/// The reply to another thread's write comes first; the read's own must still be what counts.
+TEST(ConfigWaitTest, AWriteAnsweredInBetweenDoesNotEndARead) {
+  ScriptedApi framework;
+  const Instance api(nullptr);
+  Gate sent;
+  framework.SetHook([&](const FrameworkCall&) { sent.Open(); });
+  uint64_t uid = 0;
+  auto reading = std::async(std::launch::async, [&] { return api->GetDeviceUid(nullptr, &uid); });
+  ASSERT_TRUE(sent.Pass());
+  ASSERT_EQ(HylErr::kOk, api->SetTorchLightState(nullptr, true));
+  framework.Deliver(kRearContinuous, SettingsReply(RlsAccess::kWrite, RlsCommand::kTorchLight));
+  SettingsReply own(RlsAccess::kRead, RlsCommand::kDeviceUid);
+  own.device_uid = 42;
+  framework.Deliver(kRearContinuous, own);
+  EXPECT_EQ(HylErr::kOk, reading.get());
+  EXPECT_EQ(42U, uid);
+}
+
+/// An operation that gets no reply, on an instance of its own.
+class Unanswered {
+ public:
+  /// Returns when the framework has accepted the request.
+  Unanswered(ScriptedApi& framework, Operation operation) : operation_(std::move(operation)) {
+    Gate accepted;
+    framework.AnswerWith([&](const FrameworkCall&) {
+      accepted.Open();
+      return Messages();
+    });
+    result_ = std::async(std::launch::async,
+                         [this] { return operation_.call(*api_.get(), nullptr, &outs_, &outs_); });
+    accepted.Pass();
+    callbacks_ = framework.CallbacksOf(kRearContinuous);
+  }
+
+  const Operation operation_;
+  const Instance api_{nullptr};
+  ScriptedApi::Callbacks callbacks_;
+  Outs outs_;
+  std::future<HylErr> result_;
+};
+
+TEST(ConfigWaitTest, EndsByTheTimeLimitAndSurvivesTheLateReply) {
+  ScriptedApi framework;
+  LogCapture log;
+  std::vector<std::unique_ptr<Unanswered>> all;
+  for (const Operation& operation : OperationsThatWait()) {
+    all.push_back(std::make_unique<Unanswered>(framework, operation));
+  }
+  for (const auto& each : all) {
+    EXPECT_EQ(HylErr::kFailed, each->result_.get()) << each->operation_.name;
+    EXPECT_EQ(Outs(), each->outs_) << each->operation_.name;
+  }
+  const std::vector<FrameworkCall> requests = framework.TakeInvokes();
+  ASSERT_EQ(all.size(), requests.size());
+  framework.AnswerWith([](const FrameworkCall& call) {
+    SettingsReply reply = Answering(call, FullReply());
+    reply.device_uid = 77;
+    return One(reply);
+  });
+  for (size_t i = 0; i < all.size(); ++i) {
+    const SettingsReply late = Answering(requests[i], FullReply());
+    all[i]->callbacks_->OnResponse(&late);
+    uint64_t uid = 0;
+    EXPECT_EQ(HylErr::kOk, all[i]->api_->GetDeviceUid(nullptr, &uid));
+    EXPECT_EQ(77U, uid) << "after " << all[i]->operation_.name;
+    EXPECT_EQ(Outs(), all[i]->outs_) << all[i]->operation_.name;
+  }
+  EXPECT_THAT(log.Take(), testing::IsEmpty());
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

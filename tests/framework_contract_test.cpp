@@ -1,0 +1,158 @@
+// What the library requires of the framework's utility types, as the host framework keeps it.
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <utility>
+
+#include <gtest/gtest.h>
+#include <hyl/host/sensor_event.h>
+#include <hyl/host/vector_faults.h>
+#include <hyl/hyl_string.h>
+#include <hyl/reffed_ptr.h>
+#include <hyl/time.h>
+#include <hyl/vector.h>
+
+#include "messages.h"
+
+namespace hyl::v2::test {
+namespace {
+
+TEST(HylString, ZeroBytesAreAnEmptyString) {
+  alignas(HylString) std::array<unsigned char, sizeof(HylString)> bytes{};
+  auto& text = *std::launder(reinterpret_cast<HylString*>(bytes.data()));
+  EXPECT_EQ(nullptr, text.data());
+  EXPECT_STREQ("", text.c_str());
+  text.assign("text");
+  text.clear();
+  EXPECT_EQ(nullptr, text.data());
+  EXPECT_TRUE(text.empty());
+}
+
+TEST(HylString, AssignsAppendsCopiesAndMoves) {
+  HylString text;
+  text.assign("a long beginning");
+  text.appendf(" %s-%d %s", "x", 5, text.c_str());  // of itself
+  EXPECT_STREQ("a long beginning x-5 a long beginning", text.c_str());
+  EXPECT_EQ(std::strlen(text.c_str()), text.size());
+
+  text.assign(text.c_str() + 7);  // a part of itself
+  EXPECT_STREQ("beginning x-5 a long beginning", text.c_str());
+
+  HylString copy = text;
+  HylString moved = std::move(text);
+  copy.appendf("!");
+  EXPECT_STREQ("beginning x-5 a long beginning", moved.c_str());
+  EXPECT_STREQ("beginning x-5 a long beginning!", copy.c_str());
+  moved = std::move(copy);
+  EXPECT_STREQ("beginning x-5 a long beginning!", moved.c_str());
+  moved.assign(nullptr);
+  EXPECT_EQ(nullptr, moved.data());
+}
+
+Vector<HylString> Numbers(size_t count) {
+  Vector<HylString> numbers;
+  EXPECT_EQ(HylErr::kOk, numbers.Resize(count));
+  for (size_t i = 0; i < count; ++i) {
+    numbers[i].appendf("%zu", i);
+  }
+  return numbers;
+}
+
+void ExpectNumbers(const Vector<HylString>& numbers, size_t count) {
+  ASSERT_LE(count, numbers.size());
+  for (size_t i = 0; i < count; ++i) {
+    EXPECT_EQ(std::to_string(i), numbers[i].c_str());
+  }
+}
+
+TEST(Vector, KeepsElementsWhenItGrowsAndMoves) {
+  Vector<HylString> vector = Numbers(3);
+  ASSERT_EQ(HylErr::kOk, vector.Resize(1000));
+  ExpectNumbers(vector, 3);
+  EXPECT_TRUE(vector[999].empty());
+  ASSERT_EQ(HylErr::kOk, vector.Resize(2));
+  EXPECT_EQ(2U, vector.size());
+  const Vector<HylString> moved = std::move(vector);
+  ExpectNumbers(moved, 2);
+  vector = Numbers(4);
+  ExpectNumbers(vector, 4);
+}
+
+TEST(Vector, StaysAsItWasWhenItCannotGrow) {
+  Vector<HylString> vector = Numbers(3);
+  host::FailVectorGrowth([] { return true; });
+  EXPECT_NE(HylErr::kOk, vector.Resize(4));
+  EXPECT_EQ(HylErr::kOk, vector.Resize(2)) << "getting shorter needs no memory";
+  host::FailVectorGrowth({});
+  EXPECT_NE(HylErr::kOk, vector.Resize(std::numeric_limits<size_t>::max() / 8));
+  EXPECT_EQ(2U, vector.size());
+  ExpectNumbers(vector, 2);
+}
+
+struct Counted {
+  void Ref() { ++count; }
+  void Unref() { --count; }
+  int count = 0;
+};
+
+TEST(ReffedPtr, HoldsOneReference) {
+  using Ptr = refcount::reffed_ptr<Counted>;
+  Counted a;
+  Counted b;
+  {
+    Ptr first(&a);
+    Ptr second = first;
+    EXPECT_EQ(2, a.count);
+    second = second;  // NOLINT(clang-diagnostic-self-assign-overloaded)
+    EXPECT_EQ(2, a.count);
+    Ptr third(&b);
+    second = third;
+    EXPECT_EQ(1, a.count);
+    EXPECT_EQ(2, b.count);
+    first = std::move(second);
+    EXPECT_EQ(0, a.count);
+    EXPECT_EQ(2, b.count);
+    third = Ptr();
+    EXPECT_FALSE(third);
+  }
+  EXPECT_EQ(0, b.count);
+}
+
+TEST(SensorEvent, ALongChainIsFreedWithItsFirstEvent) {
+  host::SensorEventPtr chain;
+  const std::array<float, 300> values{1, 2};
+  for (int i = 0; i < 200'000; ++i) {
+    chain =
+        host::MakeSensorEvent(SensorEventType::kIgnored, i, {values.data(), 2}, std::move(chain));
+  }
+  EXPECT_EQ(1, chain->ref_count);
+  EXPECT_EQ(1, chain->next->ref_count);
+  EXPECT_EQ(199'998, chain->next->timestamp);
+  EXPECT_EQ(2.0F, chain->values()[1]);
+  EXPECT_EQ(255, host::MakeSensorEvent(SensorEventType::kIgnored, 0, values)->value_count);
+}
+
+TEST(FrameworkDeathTest, BrokenReferencesEndTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const host::SensorEventPtr event = Chain({{}});
+  const auto take_255_more = [&] {
+    for (int i = 0; i < 255; ++i) {
+      event->Ref();
+    }
+  };
+  EXPECT_DEATH(take_255_more(), "RefCountedSensorEvent::Ref\\(\\) const.*previous_count < 255");
+  EXPECT_DEATH((void)host::SensorEventPtr()->timestamp, "ptr_ != nullptr");
+}
+
+TEST(Time, TicksAreThoseOfA19200KilohertzCounter) {
+  EXPECT_EQ(0U, Time::PlatformTicksToNs(0));
+  EXPECT_EQ(1'000'000'000U, Time::PlatformTicksToNs(19'200'000));
+  const uint64_t years = 100ULL * 365 * 86400;
+  EXPECT_EQ(years * 1'000'000'000, Time::PlatformTicksToNs(years * 19'200'000)) << "no overflow";
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

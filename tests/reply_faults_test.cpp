@@ -1,0 +1,129 @@
+// Settings operations on a hub whose replies come late, out of order, or never.
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <hyl/host/hub_settings.h>
+#include <hyl/host/simulated_hub.h>
+#include <hyl/hyl_spectral_api.h>
+
+#include "gate.h"
+#include "instance.h"
+
+namespace hyl::v2::test {
+namespace {
+
+class ReplyFaultsTest : public testing::Test {
+ protected:
+  ReplyFaultsTest() {
+    hub_.Reset();
+    hub_.SetReplyFaults({.max_delay = std::chrono::microseconds(200), .reorder = true});
+  }
+  ~ReplyFaultsTest() override {
+    api_.Destroy();
+    hub_.Reset();
+  }
+
+  /// Writes that nobody waits for, each time other values, and a read of what one of them wrote.
+  /// Only one thread may use each `reg`, which four registers follow.
+  void WriteAndRead(uint8_t reg, uint32_t round) {
+    const auto value = static_cast<uint8_t>(round % 251);
+    for (uint8_t i = 0; i < 5; ++i) {
+      EXPECT_EQ(HylErr::kOk, api_->SetRegister(nullptr, static_cast<uint8_t>(reg + i),
+                                               static_cast<uint8_t>(value + i)));
+    }
+    uint8_t read = 0;
+    EXPECT_EQ(HylErr::kOk, api_->GetRegister(nullptr, static_cast<uint8_t>(reg + 2), &read));
+    EXPECT_EQ(static_cast<uint8_t>(value + 2), read) << "round " << round;
+  }
+  void ChangeExposure(uint32_t round) {
+    uint32_t applied = 0;
+    EXPECT_EQ(HylErr::kOk, api_->SetExposureTime(nullptr, 100 * (round + 1), &applied));
+    EXPECT_EQ(100 * (round + 1), applied);
+  }
+  void ToggleAutoGain(uint32_t round) {
+    const bool enable = round % 2 != 0;
+    bool enabled = !enable;
+    EXPECT_EQ(HylErr::kOk, api_->SetFlickerAutoGainEnabled(nullptr, enable));
+    EXPECT_EQ(HylErr::kOk, api_->SetTorchLightState(nullptr, enable));
+    EXPECT_EQ(HylErr::kOk, api_->GetFlickerAutoGainEnabled(nullptr, &enabled));
+    EXPECT_EQ(enable, enabled) << "round " << round;
+  }
+  void ReadUid() {
+    uint64_t uid = 0;
+    EXPECT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
+    EXPECT_EQ(host::kDeviceUid, uid);
+  }
+
+  host::SimulatedHub& hub_ = host::SimulatedHub::Instance();
+  Instance api_{nullptr};
+};
+
+TEST_F(ReplyFaultsTest, AReadAfterAWriteIsNeverStale) {
+  ASSERT_EQ(HylErr::kOk, api_->SetFlickerAutoGainEnabled(nullptr, true));
+  ReadUid();  // a stale one would be zero
+  for (uint32_t round = 0; round < 1000 && !HasFailure(); ++round) {
+    WriteAndRead(0x40, round);
+    ToggleAutoGain(round);
+    ChangeExposure(round);
+  }
+}
+
+TEST_F(ReplyFaultsTest, AReadIsNotStaleWhileAnotherThreadWrites) {
+  std::atomic<bool> done{false};
+  std::atomic<uint32_t> rounds{0};
+  std::thread writer([&] {
+    while (!done) {
+      WriteAndRead(0x60, rounds++);  // the read keeps it from flooding the hub
+    }
+  });
+  for (uint32_t round = 0; (round < 300 || rounds < 300) && !HasFailure(); ++round) {
+    uint8_t id = 0;
+    EXPECT_EQ(HylErr::kOk, api_->GetRegister(nullptr, host::kIdRegister, &id));
+    EXPECT_EQ(host::kIdRegisterValue, id);
+    ChangeExposure(round);
+  }
+  done = true;
+  writer.join();
+}
+
+TEST_F(ReplyFaultsTest, ConcurrentReadersAndWritersGetTheirOwnValues) {
+  const std::function<void(uint32_t)> work[] = {[&](uint32_t round) { WriteAndRead(0x40, round); },
+                                                [&](uint32_t round) { WriteAndRead(0x50, round); },
+                                                [&](uint32_t round) { ChangeExposure(round); },
+                                                [&](uint32_t round) { ToggleAutoGain(round); },
+                                                [&](uint32_t) { ReadUid(); }};
+  std::vector<std::thread> threads;
+  for (const auto& each : work) {
+    threads.emplace_back([&each] {
+      for (uint32_t round = 0; round < 100; ++round) {
+        each(round);
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+/// Unanswered writes hold the next read up for a moment only.
+TEST_F(ReplyFaultsTest, WritesThatAreNeverAnsweredDoNotHangReads) {
+  hub_.SetReplyFaults({.ignore_writes = true});
+  ReturnsInTime("reads after unanswered writes", [&] {
+    for (uint32_t round = 0; round < 5; ++round) {
+      WriteAndRead(0x40, round);
+      ToggleAutoGain(round);
+    }
+    for (int i = 0; i < 400; ++i) {
+      ReadUid();  // what has once been waited for in vain holds up no more
+    }
+  });
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

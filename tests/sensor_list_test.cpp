@@ -1,0 +1,283 @@
+// The list of optical sensors: discovery, lookups, names.
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <hyl/host/vector_faults.h>
+#include <hyl/sensor_info_mgr.h>
+
+#include "library_test.h"
+
+namespace hyl::v2::test {
+namespace {
+
+using spectral::SensorInfoMgr;
+using spectral::VersionedSensorInfo;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Kind = FrameworkCall::Kind;
+
+std::vector<std::string> Strings(const Vector<HylString>& names) {
+  std::vector<std::string> strings;
+  for (const HylString& name : names) {
+    strings.emplace_back(name.c_str());
+  }
+  return strings;
+}
+
+std::vector<std::pair<Kind, int>> Steps(const std::vector<FrameworkCall>& calls) {
+  std::vector<std::pair<Kind, int>> steps;
+  for (const FrameworkCall& call : calls) {
+    steps.emplace_back(call.kind, call.api);
+  }
+  return steps;
+}
+
+/// "name-t:type p:priority r:request id", or nothing.
+std::string Find(const SensorInfoMgr& manager, SensorType type, const char* name, uint32_t index) {
+  VersionedSensorInfo found;
+  return manager.GetSensorInfo(found, type, name, index) ? found.info.ToStr().c_str() : "";
+}
+
+class SensorListTest : public ::testing::Test {
+ protected:
+  VersionedSensorInfo MustFind(SensorType type) {
+    VersionedSensorInfo found;
+    EXPECT_TRUE(manager.GetSensorInfo(found, type, nullptr, 0));
+    return found;
+  }
+
+  LogCapture log;
+  ScriptedApi framework;
+  SensorInfoMgr manager;
+};
+
+using PublicListTest = LibraryTest;
+
+TEST_F(PublicListTest, IsFetchedOnceAndDumped) {
+  framework.SetSensorList({MakeEntry(kListMarker, "marker"), MakeEntry(kRearOnChange, "Rear")});
+  EXPECT_THAT(framework.Take(), ::testing::SizeIs(1)) << "construction asks for nothing";
+  EXPECT_TRUE(instance->IsSensorSupported(OpticalSensorType::kAnyOptical, "R"));
+  EXPECT_FALSE(instance->IsSensorSupported(OpticalSensorType::kAmbientLight, "R"));
+  EXPECT_THAT(instance->GetAmbientLightSensorNames(), IsEmpty());
+  EXPECT_THAT(Steps(framework.Take()),
+              ElementsAre(std::pair(Kind::kCreate, 2), std::pair(Kind::kGetSensorList, 2),
+                          std::pair(Kind::kDestroy, 2)));
+  EXPECT_THAT(log.Take(),
+              ElementsAre(Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
+                          Info("  Rear-t:12 p:0 r:0"), Info("SensorInfo list has been set.")));
+}
+
+TEST_F(PublicListTest, AnswersNamesAndSupport) {
+  const struct {
+    uint32_t kind;
+    const char* name;
+    bool supported;
+  } kCases[] = {{0, nullptr, true},       {0, "", true},        {0, "Front", true},
+                {0, "Flicker", false},    {1, nullptr, true},   {1, "Rear", false},
+                {1, "Fl", true},          {2, nullptr, false},  {2, "Rear", false},
+                {3, nullptr, false},      {3, "", false},       {3, "Front ALS", true},
+                {3, "Fro", true},         {3, "Fronts", false}, {4, "Rear", false},
+                {0xFFFFFFFF, "R", false}, {3, "accel", false}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(c.supported,
+              instance->IsSensorSupported(static_cast<OpticalSensorType>(c.kind), c.name))
+        << c.kind << " " << (c.name != nullptr ? c.name : "null");
+  }
+  EXPECT_THAT(Strings(instance->GetAmbientLightSensorNames()),
+              ElementsAre("Rear ALS", "Front ALS"));
+  EXPECT_THAT(Strings(instance->GetFlickerSensorNames()), ElementsAre("Flicker"));
+}
+
+TEST_F(PublicListTest, UnknownKindsAreRefusedWithoutALookup) {
+  framework.Take();
+  for (const uint32_t kind : {2U, 4U}) {
+    EXPECT_FALSE(instance->IsSensorSupported(static_cast<OpticalSensorType>(kind), "Rear"));
+  }
+  EXPECT_THAT(framework.Take(), IsEmpty());
+}
+
+TEST_F(SensorListTest, LookupsGoByPrefixOrByIndex) {
+  const std::string longest(40, 'x');
+  framework.SetSensorList({MakeEntry(kFrontOnChange, "als front"),
+                           MakeEntry(kRearContinuous, "als"),
+                           MakeEntry(kFrontContinuous, "als front"), MakeEntry(kRearOnChange, ""),
+                           MakeEntry(kFlicker + 7, std::string("cut\0off", 7)),
+                           MakeEntry(kFlicker + 8, longest), MakeEntry(kListMarker, "marker")});
+  const std::string front12 = "als front-t:12 p:1 r:0";
+  const std::string front1012 = "als front-t:1012 p:1 r:0";
+  const std::string rear1012 = "als-t:1012 p:0 r:0";
+  const struct {
+    SensorType type;
+    const char* name;
+    uint32_t index;
+    std::string found;
+  } kCases[] = {
+      {0, "als", 0, front12},
+      {0, "als", 9, front12},
+      {1012, "als", 1, rear1012},
+      {1012, "als f", 0, front1012},
+      {12, "als", 0, front12},
+      {13, "als", 0, ""},
+      {1012, "als frontal", 0, ""},
+      {1012, nullptr, 1, front1012},
+      {1012, nullptr, 0, rear1012},
+      {1012, "", 2, ""},
+      {12, "", 0, "-t:12 p:0 r:0"},
+      {0, nullptr, 0, ""},
+      {0, "", 1, ""},
+      {0, "marker", 0, ""},
+      {13, "cut", 0, "cut-t:13 p:7 r:0"},
+      {13, "cutoff", 0, ""},
+      {13, "x", 0, longest + "-t:13 p:8 r:0"},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(c.found, Find(manager, c.type, c.name, c.index))
+        << c.type << " " << (c.name != nullptr ? c.name : "null") << " " << c.index;
+  }
+  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+}
+
+TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
+  framework.FailCreate(2);
+  framework.SetSensorList([](int query) {
+    return query < 2 ? std::vector{MakeEntry(kFlicker, "too early")} : DefaultSensors();
+  });
+  EXPECT_EQ("Rear ALS-t:12 p:0 r:0", Find(manager, 12, nullptr, 0));
+  EXPECT_EQ(0, framework.live_apis());
+  EXPECT_THAT(Steps(framework.Take()),
+              ElementsAre(std::pair(Kind::kCreate, 1), std::pair(Kind::kGetSensorList, 1),
+                          std::pair(Kind::kCreate, 0), std::pair(Kind::kDestroy, 1),
+                          std::pair(Kind::kCreate, 2), std::pair(Kind::kGetSensorList, 2),
+                          std::pair(Kind::kDestroy, 2)));
+}
+
+TEST_F(SensorListTest, FiftiethAttemptCounts) {
+  framework.SetSensorList([](int query) {
+    return query < 50 ? std::vector{MakeEntry(kFlicker, "too early")} : DefaultSensors();
+  });
+  EXPECT_NE("", Find(manager, 13, nullptr, 0));
+  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+}
+
+TEST_F(SensorListTest, FiftyFailedAttemptsAreOneError) {
+  for (int n = 2; n <= 50; n += 2) {
+    framework.FailCreate(n);
+  }
+  framework.SetSensorList({MakeEntry(kFlicker, "never complete")});
+  EXPECT_EQ("", Find(manager, 13, nullptr, 0));
+  EXPECT_THAT(log.Take(), ElementsAre(Error("Failed to create HYL API instance")));
+  int creates = 0;
+  for (const FrameworkCall& call : framework.Take()) {
+    creates += call.kind == Kind::kCreate ? 1 : 0;
+  }
+  EXPECT_EQ(50, creates);
+  EXPECT_EQ(0, framework.live_apis());
+
+  framework.SetSensorList(DefaultSensors());
+  EXPECT_NE("", Find(manager, 13, nullptr, 0)) << "a later lookup tries again";
+}
+
+TEST_F(SensorListTest, IsRebuiltOnlyWhenItsSizeChangesAndFinalOnceFound) {
+  std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "marker")};
+  const auto versions_after = [&](const SensorListEntry& added) {
+    list.push_back(added);
+    framework.SetSensorList(list);
+    (void)Find(manager, 0, "none", 0);
+    (void)Find(manager, 0, "none", 0);
+    std::vector<std::string> versions;
+    for (const LogEntry& entry : log.Take()) {
+      const size_t at = entry.message.find("Sensor-List");
+      if (at != std::string::npos) {
+        versions.push_back(entry.message.substr(at));
+      }
+    }
+    return versions;
+  };
+  EXPECT_THAT(versions_after(MakeEntry(1U << 16, "accelerometer")),
+              ElementsAre("Sensor-List[0]@V1:"));
+  EXPECT_THAT(framework.Take(), ::testing::SizeIs(6)) << "the second lookup asks again";
+  EXPECT_THAT(versions_after(MakeEntry(2U << 16, "compass")), ElementsAre("Sensor-List[0]@V2:"));
+  EXPECT_THAT(versions_after(MakeEntry(kFlicker, "flicker")), ElementsAre("Sensor-List[1]@V3:"));
+  EXPECT_THAT(versions_after(MakeEntry(kRearOnChange, "too late")), IsEmpty());
+  EXPECT_EQ(3U, MustFind(13).version);
+}
+
+TEST_F(SensorListTest, CookiesAndCopiesOfAnotherVersionAreRefused) {
+  VersionedSensorInfo info = MustFind(1012);
+  info.info.request_id = 0x0A0003F4;
+  EXPECT_TRUE(manager.SetRequestId(info));
+  log.Take();
+
+  VersionedSensorInfo found;
+  EXPECT_TRUE(manager.GetSensorInfo(found, 0x1'0A0003F4));
+  EXPECT_STREQ("Rear ALS-t:1012 p:0 r:167773172", found.info.ToStr().c_str());
+  EXPECT_EQ(1U, found.version);
+  EXPECT_FALSE(manager.GetSensorInfo(found, 0x1'0A00000C));
+  EXPECT_THAT(log.Take(), IsEmpty()) << "a request that does not run is no error";
+
+  EXPECT_FALSE(manager.GetSensorInfo(found, 0x2'0A0003F4));
+  EXPECT_FALSE(manager.GetSensorInfo(found, 0x1'00000000));
+  EXPECT_FALSE(manager.GetSensorInfo(found, 0));
+  info.version = 7;
+  EXPECT_FALSE(manager.SetRequestId(info));
+  EXPECT_THAT(log.Take(),
+              ElementsAre(Error("Can't get sensor info, version mismatch: 2 != 1"),
+                          Error("Can't get sensor info, invalid request_id from 100000000."),
+                          Error("Can't get sensor info, version mismatch: 0 != 1"),
+                          Error("Can't set request_id, version mismatch: 7 != 1")));
+}
+
+TEST_F(SensorListTest, RequestIdsAreRecordedByTypePriorityAndPrefix) {
+  VersionedSensorInfo info = MustFind(13);
+  info.info.request_id = 5;
+  info.info.name.assign("Fl");
+  EXPECT_TRUE(manager.SetRequestId(info));
+  EXPECT_EQ("Flicker-t:13 p:0 r:5", Find(manager, 13, nullptr, 0));
+  log.Take();
+  for (const char* name : {"Flickers", "licker"}) {
+    info.info.name.assign(name);
+    EXPECT_FALSE(manager.SetRequestId(info));
+    const std::vector<LogEntry> entries = log.Take();
+    ASSERT_EQ(7U, entries.size());
+    EXPECT_EQ(Error(Text("Can't set request_id, sensor_info {%s-t:13 p:0 r:5} not found!", name)),
+              entries[0]);
+    EXPECT_EQ(Info("Sensor-List[5]@V1:"), entries[1]);
+    EXPECT_EQ(Info("  Flicker-t:13 p:0 r:5"), entries[6]);
+  }
+}
+
+TEST_F(SensorListTest, SensorsWithoutMemoryAreLeftOut) {
+  int growth = 0;
+  host::FailVectorGrowth([&] { return ++growth == 2; });
+  EXPECT_EQ("", Find(manager, 1012, "Rear", 0));
+  EXPECT_EQ("Rear ALS-t:12 p:0 r:0", Find(manager, 12, "Rear", 0));
+  EXPECT_EQ("Flicker-t:13 p:0 r:0", Find(manager, 13, nullptr, 0));
+  growth = 1;
+  EXPECT_THAT(Strings(manager.GetSensorNames(13)), IsEmpty());
+  host::FailVectorGrowth({});
+  EXPECT_THAT(Strings(manager.GetSensorNames(13)), ElementsAre("Flicker"));
+}
+
+TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
+  HoldPoint first;
+  framework.SetHook([&](const FrameworkCall& call) {
+    if (call.kind == Kind::kGetSensorList && call.api == 1) {
+      first.Arrive();
+    }
+  });
+  std::string found_by_first;
+  std::thread thread([&] { found_by_first = Find(manager, 13, nullptr, 0); });
+  EXPECT_TRUE(first.AwaitArrival());
+  VersionedSensorInfo info = MustFind(13);
+  info.info.request_id = 9;
+  EXPECT_TRUE(manager.SetRequestId(info));
+  first.Release();
+  thread.join();
+  EXPECT_EQ("Flicker-t:13 p:0 r:9", found_by_first) << "the running request is not forgotten";
+  EXPECT_EQ(1U, MustFind(13).version);
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

@@ -1,0 +1,133 @@
+// The session table, session ids, and the names of sessions' sensors.
+
+#include <atomic>
+#include <thread>
+
+#include <hyl/session_mgr.h>
+
+#include "library_test.h"
+
+namespace hyl::v2::test {
+namespace {
+
+using spectral::Session;
+using spectral::SessionMgr;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// The id counter is private, but an explicit instantiation may name it.
+std::atomic<uint32_t>& NextSessionId();
+template <std::atomic<uint32_t>* kCounter>
+struct CounterAccess {
+  friend std::atomic<uint32_t>& NextSessionId() { return *kCounter; }
+};
+template struct CounterAccess<&SessionMgr::session_cnt_>;
+
+Session* Add(SessionMgr& table, uint64_t cookie) {
+  return table.AddSession(kFlickerType, "name", cookie, ReportingMode::kContinuous);
+}
+
+TEST(SessionMgr, FillsTheFirstFreeEntryWithAFreshId) {
+  LogCapture log;
+  SessionMgr table;
+  const uint32_t first = NextSessionId();
+  Session* entries[SessionMgr::kMaxSessions];
+  for (uint32_t i = 0; i < SessionMgr::kMaxSessions; ++i) {
+    entries[i] = Add(table, 100 + i);
+    ASSERT_NE(nullptr, entries[i]);
+    EXPECT_EQ(first + i, entries[i]->id);
+  }
+  EXPECT_EQ(nullptr, Add(table, 0x1'0A0003F4));
+  EXPECT_EQ(nullptr, table.AddSession(12, nullptr, 0xABC, ReportingMode::kOnChange));
+  EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot add session for name 10a0003f4, table full!"),
+                                      Error("Cannot add session for  abc, table full!")));
+  EXPECT_EQ(first + 8, NextSessionId()) << "no id is used up by a refusal";
+
+  entries[3]->format_param = 5;
+  table.DeleteSession(first + 3);
+  EXPECT_EQ(nullptr, table.FindById(first + 3));
+  EXPECT_EQ(nullptr, table.FindByCookie(103));
+  EXPECT_EQ(entries[3], Add(table, 200));
+  EXPECT_EQ(first + 8, entries[3]->id);
+  EXPECT_EQ(24000U, entries[3]->format_param);
+  EXPECT_EQ(entries[3], table.FindByCookie(200));
+}
+
+TEST(SessionMgr, ZeroMatchesNothing) {
+  LogCapture log;
+  SessionMgr table;
+  uint64_t cookie = 77;
+  EXPECT_EQ(nullptr, table.FindById(0));
+  EXPECT_EQ(nullptr, table.FindByCookie(0));
+  EXPECT_EQ(0U, table.FindId(0));
+  EXPECT_FALSE(table.FindCookie(0, cookie));
+  EXPECT_EQ(77U, cookie);
+  table.DeleteSession(0);
+  table.DeleteSession(4'000'000'000);
+  EXPECT_THAT(log.Take(),
+              ElementsAre(Error("Cannot delete session 0, not active or found!"),
+                          Error("Cannot delete session -294967296, not active or found!")));
+}
+
+TEST(SessionMgr, IdsSkipZeroWhenTheyWrapAround) {
+  SessionMgr table;
+  NextSessionId() = 0xFFFFFFFF;
+  EXPECT_EQ(0xFFFFFFFF, Add(table, 1)->id);
+  EXPECT_EQ(1U, Add(table, 2)->id);
+}
+
+TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
+  constexpr uint32_t kRounds = 20'000;
+  constexpr uint64_t kOffset = 0x1'00000000;
+  SessionMgr table;
+  const uint32_t first = NextSessionId();
+  std::atomic<uint32_t> current{first};
+  std::thread writer([&] {  // alone adds sessions, so that their ids are known before
+    for (uint32_t id = first; id < first + kRounds; ++id) {
+      Add(table, kOffset + id);
+      current = id;
+      table.DeleteSession(id);
+    }
+    current = 0;
+  });
+  int mismatches = 0;
+  for (uint32_t id = current; id != 0; id = current) {
+    for (const uint32_t wanted : {id, id + 1}) {
+      uint64_t cookie = kOffset + wanted;
+      mismatches += table.FindCookie(wanted, cookie) && cookie != kOffset + wanted ? 1 : 0;
+      const uint32_t found = table.FindId(kOffset + wanted);
+      mismatches += found != 0 && found != wanted ? 1 : 0;
+    }
+  }
+  writer.join();
+  EXPECT_EQ(0, mismatches);
+}
+
+using SessionTest = LibraryTest;
+
+TEST_F(SessionTest, IdsCountOnAcrossInstances) {
+  const uint32_t next = NextSessionId();
+  EXPECT_EQ(next, Enable("Rear"));
+  Instance second(&client);
+  uint32_t id = 0;
+  EXPECT_EQ(HylErr::kOk, second->EnableAmbientLightSensor("Rear", id, kContinuous));
+  EXPECT_EQ(next + 1, id);
+  EXPECT_EQ(next + 2, Enable("Rear", kOnChange));
+}
+
+TEST_F(SessionTest, NameIsThatOfTheRunningSensor) {
+  EXPECT_STREQ("", instance->GetSensorName(0).c_str());
+  EXPECT_STREQ("", instance->GetSensorName(12345).c_str());
+  EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot determine sensor name, no session-id:0"),
+                                      Error("Cannot determine sensor name, no session-id:12345")));
+  const uint32_t id = Enable("Fr");
+  EXPECT_STREQ("Front ALS", instance->GetSensorName(id).c_str());
+  framework.RefuseInvoke(2, HylErr{3});  // the start of the change: the sensor stays stopped
+  EXPECT_EQ(HylErr{3}, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
+  log.Take();
+  EXPECT_STREQ("", instance->GetSensorName(id).c_str());
+  EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

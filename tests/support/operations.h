@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <iterator>
+
+#include <hyl/hyl_spectral_api.h>
+
+namespace hyl::v2::test {
+
+/// One call of a public operation, with arguments that suit the scripted framework's sensors. What
+/// takes a session takes `session`. Operations that return something else than a HylErr return kOk.
+struct Operation {
+  const char* name;
+  HylErr (*call)(HylSpectralApi& api, uint32_t session);
+};
+
+/// Calls a setting's read with room for one value.
+template <typename T>
+HylErr ReadValue(HylSpectralApi& api, HylErr (HylSpectralApi::*read)(const char*, T*)) {
+  T value{};
+  return (api.*read)(nullptr, &value);
+}
+
+#define HYL_OPERATION(name, expression)                                                          \
+  {                                                                                              \
+#name, [](HylSpectralApi & api, [[maybe_unused]] uint32_t session) -> HylErr { expression; } \
+  }
+#define HYL_READ(name) HYL_OPERATION(name, return ReadValue(api, &HylSpectralApi::name))
+
+/// Every operation of the interface, in the order of their slots.
+inline constexpr Operation kOperations[] = {
+    HYL_OPERATION(GetAmbientLightSensorNames, api.GetAmbientLightSensorNames(); return HylErr::kOk),
+    HYL_OPERATION(GetFlickerSensorNames, api.GetFlickerSensorNames(); return HylErr::kOk),
+    HYL_OPERATION(GetSensorName, api.GetSensorName(session); return HylErr::kOk),
+    HYL_OPERATION(EnableAmbientLightSensor, uint32_t id = 0;
+                  return api.EnableAmbientLightSensor(nullptr, id, SensorReportingMode::kOnChange)),
+    HYL_OPERATION(ChangeAmbientLightSensorReporting, return api.ChangeAmbientLightSensorReporting(
+                                                         session, SensorReportingMode::kOnChange)),
+    HYL_OPERATION(EnableFlickerSensor, uint32_t id = 0;
+                  return api.EnableFlickerSensor(nullptr, nullptr, 0, 16, id)),
+    HYL_OPERATION(DisableAmbientLightSensor, return api.DisableAmbientLightSensor(session)),
+    HYL_OPERATION(DisableFlickerSensor, return api.DisableFlickerSensor(session)),
+    HYL_READ(GetFlickerAutoGainEnabled),
+    HYL_OPERATION(GetFlickerConfig, uint32_t value = 0; float gain = 0;
+                  return api.GetFlickerConfig(nullptr, &value, &gain)),
+    HYL_READ(GetFlickerFrequencyMetrics),
+    HYL_READ(GetFlickerSaturation),
+    HYL_OPERATION(GetRegister, uint8_t value = 0; return api.GetRegister(nullptr, 1, &value)),
+    HYL_READ(GetSpectralAutoGainEnabled),
+    HYL_READ(GetSpectralApplyFacCal),
+    HYL_READ(GetSpectralApplyOtpCal),
+    HYL_READ(GetDeviceUid),
+    HYL_OPERATION(IsSensorSupported,
+                  (void)api.IsSensorSupported(OpticalSensorType::kAnyOptical, "Rear");
+                  return HylErr::kOk),
+    HYL_OPERATION(SetExposureTime, uint32_t out = 0; return api.SetExposureTime(nullptr, 1, &out)),
+    HYL_OPERATION(SetFlickerAutoGainEnabled, return api.SetFlickerAutoGainEnabled(nullptr, true)),
+    HYL_OPERATION(SetFlickerChannel, return api.SetFlickerChannel(nullptr, 1, 2)),
+    HYL_OPERATION(SetFlickerPedestal, return api.SetFlickerPedestal(nullptr, 1)),
+    HYL_OPERATION(SetGain, float out = 0; return api.SetGain(nullptr, 0, 2, &out)),
+    HYL_OPERATION(SetRegister, return api.SetRegister(nullptr, 1, 2)),
+    HYL_OPERATION(SetSamplingPeriod, uint32_t out = 0;
+                  return api.SetSamplingPeriod(nullptr, 1, &out)),
+    HYL_OPERATION(SetSpectralAutoGainEnabled, return api.SetSpectralAutoGainEnabled(nullptr, true)),
+    HYL_OPERATION(SetSpectralApplyFacCalEnabled,
+                  return api.SetSpectralApplyFacCalEnabled(nullptr, true)),
+    HYL_OPERATION(SetSpectralApplyOtpCalEnabled,
+                  return api.SetSpectralApplyOtpCalEnabled(nullptr, true)),
+    HYL_OPERATION(SetTorchLightState, return api.SetTorchLightState(nullptr, true)),
+};
+static_assert(std::size(kOperations) == 29);
+
+#undef HYL_READ
+#undef HYL_OPERATION
+
+}  // namespace hyl::v2::test

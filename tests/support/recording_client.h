@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include <condition_variable>
+
+#include <hyl/hyl_spectral_api_callback_interface.h>
+
+#include "gate.h"
+
+namespace hyl::v2::test {
+
+struct SpectralCall {
+  uint32_t kind;
+  uint32_t session_id;
+  std::vector<float> values;
+  int64_t timestamp;
+
+  bool operator==(const SpectralCall&) const = default;
+};
+
+struct FlickerCall {
+  uint32_t session_id;
+  FlickerSampleBlock block;
+  std::vector<int32_t> samples;  ///< copied out of the buffer during the call
+};
+
+/// A client that keeps what it gets. Safe on any thread.
+class RecordingClient : public HylSpectralApiCallbackInterface {
+ public:
+  /// Runs `hook` at the end of every callback from now on, on its thread, without a lock held. The
+  /// client is not touched after the hook, which may thus delete it.
+  void SetHook(std::function<void()> hook) {
+    const std::lock_guard lock(mutex_);
+    hook_ = std::move(hook);
+  }
+
+  void OnSpectralData(uint32_t kind, uint32_t session_id, const Vector<float>& values,
+                      int64_t timestamp) override {
+    RunHook([&] {
+      spectral_.push_back({kind, session_id, {values.begin(), values.end()}, timestamp});
+    });
+  }
+  void OnFlickerData(uint32_t session_id, const FlickerSampleBlock* block) override {
+    RunHook([&] {
+      flicker_.push_back(
+          {session_id, *block, {block->samples, block->samples + block->num_samples}});
+    });
+  }
+
+  /// The calls since the last Take, oldest first.
+  std::vector<SpectralCall> TakeSpectral() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(spectral_, {});
+  }
+  std::vector<FlickerCall> TakeFlicker() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(flicker_, {});
+  }
+
+  /// Waits until `count` calls of both kinds together have come since the last Take.
+  bool AwaitCalls(size_t count) {
+    std::unique_lock lock(mutex_);
+    return called_.wait_for(lock, kPatience,
+                            [&] { return spectral_.size() + flicker_.size() >= count; });
+  }
+
+ private:
+  template <typename Record>
+  void RunHook(Record record) {
+    std::function<void()> hook;
+    {
+      const std::lock_guard lock(mutex_);
+      record();
+      called_.notify_all();
+      hook = hook_;
+    }
+    if (hook) {
+      hook();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable called_;
+  std::function<void()> hook_;          // guarded by mutex_
+  std::vector<SpectralCall> spectral_;  // guarded by mutex_
+  std::vector<FlickerCall> flicker_;    // guarded by mutex_
+};
+
+}  // namespace hyl::v2::test

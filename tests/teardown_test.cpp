@@ -1,0 +1,238 @@
+// Destroy against messages in flight.
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "library_test.h"
+
+namespace hyl::v2::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+enum class Way { kRearSample, kFrontEvents, kFlickerData };
+
+std::string NameOf(const ::testing::TestParamInfo<Way>& way) {
+  constexpr const char* kNames[] = {"RearSample", "FrontEvents", "FlickerData"};
+  return kNames[static_cast<int>(way.param)];
+}
+
+/// What the client does when it is called on this thread.
+thread_local std::function<void()> t_in_callback;
+
+/// The client and its buffer are on the heap, so that AddressSanitizer sees whether they are
+/// touched after they are gone.
+class TeardownTest : public ::testing::Test {
+ protected:
+  TeardownTest() {
+    client->SetHook([] {
+      if (const auto in_callback = t_in_callback) {
+        in_callback();
+      }
+    });
+    EXPECT_EQ(HylErr::kOk, HylSpectralApi::Create(&api, client.get(), HylLogLevel::kInfo));
+    EXPECT_EQ(HylErr::kOk, api->EnableAmbientLightSensor("Rear", session, kContinuous));
+    EXPECT_EQ(HylErr::kOk, api->EnableAmbientLightSensor("Front", session, kContinuous));
+    EXPECT_EQ(HylErr::kOk, api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session));
+    framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+    framework.Take();
+    log.Take();
+  }
+  ~TeardownTest() override {
+    HylSpectralApi::Destroy(&api);
+    t_in_callback = {};
+  }
+
+  static uint32_t HandleOf(Way way) {
+    constexpr uint32_t kHandles[] = {kRearContinuous, kFrontContinuous, kFlicker};
+    return kHandles[static_cast<int>(way)];
+  }
+  Service::AsyncCallbacks* ObjectOf(Way way) { return framework.CallbacksOf(HandleOf(way)).get(); }
+
+  /// One message, as a framework does it that holds no reference of its own during the call.
+  static void Deliver(Service::AsyncCallbacks* object, Way way) {
+    if (way == Way::kRearSample) {
+      const SampleMsg message({1, 2, 3});
+      object->OnResponse(&message);
+    } else if (way == Way::kFrontEvents) {
+      const Events message(Chain({{1, {1}}, {5}, {1, {2}}}), 3);
+      object->OnResponse(&message);
+    } else {
+      const FlickerData message({1, 0, 2, 0});
+      object->OnResponse(&message);
+    }
+  }
+  void Deliver(Way way) { Deliver(ObjectOf(way), way); }
+
+  size_t TakeCalls() { return client->TakeSpectral().size() + client->TakeFlicker().size(); }
+
+  void DestroyEverything() {
+    HylSpectralApi::Destroy(&api);
+    client.reset();
+    buffer = {};
+  }
+
+  /// Returns once a Destroy on another thread has begun: then messages are dropped.
+  void AwaitDestroyBegun(Way probe) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    TakeCalls();
+    do {
+      Deliver(probe);
+    } while (TakeCalls() != 0 && std::chrono::steady_clock::now() < deadline);
+    Deliver(probe);
+    EXPECT_EQ(0U, TakeCalls()) << "Destroy did not begin";
+  }
+
+  LogCapture log;
+  ScriptedApi framework;
+  std::unique_ptr<RecordingClient> client = std::make_unique<RecordingClient>();
+  std::vector<int> buffer = std::vector<int>(8);
+  HylSpectralApi* api = nullptr;
+  uint32_t session = 0;
+};
+
+/// Each way that data takes to the client.
+class DeliveryTeardownTest : public TeardownTest, public ::testing::WithParamInterface<Way> {
+ protected:
+  void ExpectToWait(const std::function<void()>& destroy, Way probe);
+};
+INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTeardownTest,
+                         ::testing::Values(Way::kRearSample, Way::kFrontEvents, Way::kFlickerData),
+                         NameOf);
+
+TEST_P(DeliveryTeardownTest, LateMessagesAreDroppedInSilence) {
+  HylSpectralApi::Destroy(&api);
+  for (int i = 0; i < 2; ++i) {
+    Deliver(GetParam());
+  }
+  ObjectOf(GetParam())->OnResponse(nullptr);
+  ObjectOf(GetParam())->OnError(HylErr{3});
+  for (const int type : {2, 9, 64, 66}) {
+    const BareMessage message(type);
+    ObjectOf(GetParam())->OnResponse(&message);
+  }
+  EXPECT_EQ(0U, TakeCalls());
+  EXPECT_EQ(std::vector<int>(8), buffer);
+  EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_P(DeliveryTeardownTest, DestroyInsideACallbackReturnsAndEndsTheDelivery) {
+  int calls = 0;
+  t_in_callback = [&] {
+    ++calls;
+    DestroyEverything();
+  };
+  Deliver(GetParam());
+  EXPECT_EQ(nullptr, api);
+  Deliver(GetParam());
+  EXPECT_EQ(1, calls);
+  EXPECT_THAT(log.Take(), IsEmpty()) << "the rest of a chain is not looked at";
+}
+
+TEST_P(DeliveryTeardownTest, DestroyInsideACallbackKeepsAnObjectThatTheFrameworkForgets) {
+  const std::weak_ptr<Service::AsyncCallbacks> object = framework.CallbacksOf(HandleOf(GetParam()));
+  t_in_callback = [&] {
+    framework.DropCallbacks();
+    DestroyEverything();
+    EXPECT_FALSE(object.expired());
+  };
+  Deliver(GetParam());
+  EXPECT_EQ(nullptr, api);
+  EXPECT_TRUE(object.expired());
+}
+
+TEST_P(DeliveryTeardownTest, DestroyInsideANestedDeliveryEndsBoth) {
+  int calls = 0;
+  t_in_callback = [&] {
+    if (++calls == 1) {
+      Deliver(Way::kRearSample);
+    } else {
+      framework.DropCallbacks();
+      DestroyEverything();
+    }
+  };
+  Deliver(GetParam());
+  EXPECT_EQ(2, calls);
+  EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+/// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another.
+void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, Way probe) {
+  HoldPoint callback;
+  std::atomic<bool> ended{false};
+  Gate destroyed;
+  HylSpectralApi* const running = api;
+  std::thread delivery([&] {
+    t_in_callback = [&] {
+      t_in_callback = {};  // once for a chain
+      callback.Arrive();
+      EXPECT_STRNE("", running->GetSensorName(session).c_str()) << "the instance still works";
+      ended = true;
+    };
+    Deliver(GetParam());
+  });
+  EXPECT_TRUE(callback.AwaitArrival());
+  framework.SetHook(
+      [&](const FrameworkCall&) { EXPECT_TRUE(ended) << "framework client released"; });
+  std::thread destroyer([&] {
+    destroy();
+    EXPECT_TRUE(ended);
+    destroyed.Open();
+  });
+  AwaitDestroyBegun(probe);
+  EXPECT_FALSE(destroyed.OpensWithin(std::chrono::milliseconds(30)));
+  callback.Release();
+  EXPECT_TRUE(destroyed.Pass());
+  destroyer.join();
+  delivery.join();
+  EXPECT_EQ(nullptr, api);
+  EXPECT_EQ(0U, TakeCalls());
+}
+
+TEST_P(DeliveryTeardownTest, DestroyWaitsForADeliveryThatHasBegun) {
+  ExpectToWait([&] { HylSpectralApi::Destroy(&api); }, Way::kRearSample);
+}
+
+TEST_P(DeliveryTeardownTest, DestroyInsideACallbackWaitsForOtherThreads) {
+  const auto destroy_in_callback = [&] {
+    t_in_callback = [&] { HylSpectralApi::Destroy(&api); };
+    Deliver(Way::kRearSample);
+  };
+  ExpectToWait(destroy_in_callback, Way::kFlickerData);
+}
+
+TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {
+  std::vector<std::weak_ptr<Service::AsyncCallbacks>> objects;
+  for (const uint32_t handle : {kRearContinuous, kFrontContinuous, kFlicker}) {
+    objects.push_back(framework.CallbacksOf(handle));
+  }
+  framework.DropCallbacks();
+  framework.SetHook([&](const FrameworkCall& call) {
+    EXPECT_EQ(FrameworkCall::Kind::kDestroy, call.kind);
+    for (const auto& object : objects) {
+      EXPECT_TRUE(object.expired());
+    }
+  });
+  HylSpectralApi::Destroy(&api);
+  EXPECT_EQ(1U, framework.Take().size());
+  EXPECT_EQ(3U, framework.Running().size()) << "the sensors go on";
+  EXPECT_EQ(0, framework.live_apis());
+  EXPECT_THAT(log.Take(), IsEmpty());
+}
+
+TEST_F(TeardownTest, DestroyOfNothingDoesNothing) {
+  HylSpectralApi::Destroy(nullptr);
+  HylSpectralApi::Destroy(&api);
+  EXPECT_EQ(nullptr, api);
+  HylSpectralApi::Destroy(&api);
+  EXPECT_EQ(1U, framework.Take().size());
+}
+
+}  // namespace
+}  // namespace hyl::v2::test

@@ -1,0 +1,144 @@
+#include "flicker_analysis.h"
+
+#include <fftw3.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <numbers>
+#include <type_traits>
+
+namespace hyl::v2::tool {
+namespace {
+
+// The window spreads what is left of the mean over the first entries.
+constexpr size_t kFirstPeakEntry = 3;
+// Of 10^5 entries of noise, the highest is about 4 times the median; of 10^9, about 5.5 times.
+constexpr double kPeakOverNoise = 6;
+// Smaller amplitudes, in units of a sample, are rounding errors.
+constexpr double kLeastAmplitude = 1e-3;
+
+struct FftwFree {
+  void operator()(void* memory) const { fftw_free(memory); }
+};
+struct FftwDestroy {
+  void operator()(fftw_plan plan) const { fftw_destroy_plan(plan); }
+};
+using FftwReals = std::unique_ptr<double[], FftwFree>;
+using FftwComplexes = std::unique_ptr<fftw_complex[], FftwFree>;
+using FftwPlan = std::unique_ptr<std::remove_pointer_t<fftw_plan>, FftwDestroy>;
+
+double HannWeight(size_t index, size_t count) {
+  return 0.5 - 0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(index) /
+                              static_cast<double>(count));
+}
+
+/// The straight line of least squares through the samples, and its value at one.
+class Trend {
+ public:
+  explicit Trend(std::span<const int32_t> samples)
+      : center_((static_cast<double>(samples.size()) - 1) / 2) {
+    double weight = 0;
+    for (size_t i = 0; i < samples.size(); ++i) {
+      const double distance = static_cast<double>(i) - center_;
+      mean_ += samples[i];
+      slope_ += distance * samples[i];
+      weight += distance * distance;
+    }
+    mean_ /= static_cast<double>(samples.size());
+    slope_ /= weight;
+  }
+
+  double At(size_t index) const { return mean_ + slope_ * (static_cast<double>(index) - center_); }
+
+ private:
+  double center_;
+  double mean_ = 0;
+  double slope_ = 0;
+};
+
+FftwReals WindowedSamples(std::span<const int32_t> samples) {
+  FftwReals windowed(fftw_alloc_real(samples.size()));
+  const Trend trend(samples);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, samples.size());
+  }
+  return windowed;
+}
+
+double Median(std::vector<double> values) {
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+/// The top of the parabola through the logarithms of the amplitudes around `entry`.
+SpectrumPeak Interpolate(const FlickerSpectrum& spectrum, size_t entry) {
+  const double at = std::log(spectrum.amplitudes[entry]);
+  const double before = std::log(spectrum.amplitudes[entry - 1]);
+  const double after = std::log(spectrum.amplitudes[entry + 1]);
+  const double bend = before - 2 * at + after;
+  // A neighbour of 0 has no logarithm: the peak is on its entry then.
+  const double offset = std::isfinite(bend) && bend < 0 ? (before - after) / (2 * bend) : 0;
+  const double rise = offset != 0 ? (before - after) * offset / 4 : 0;
+  return {(static_cast<double>(entry) + offset) * spectrum.bin_hz, std::exp(at - rise)};
+}
+
+}  // namespace
+
+FlickerLevels LevelsOf(std::span<const int32_t> samples) {
+  const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
+  double sum = 0;
+  double light = 0;  // the sum of what is not below darkness
+  for (const int32_t sample : samples) {
+    sum += sample;
+    light += std::max(0, sample);
+  }
+  const double mean = sum / static_cast<double>(samples.size());
+  FlickerLevels levels = {mean, static_cast<double>(*min), static_cast<double>(*max), {}, {}};
+  if (mean <= 0 || -levels.min >= mean) {
+    return levels;
+  }
+  const double darkest = std::max(0.0, levels.min);
+  levels.modulation_percent = 100 * (levels.max - darkest) / (levels.max + darkest);
+  double above = 0;
+  for (const int32_t sample : samples) {
+    above += std::max(0.0, sample - mean);
+  }
+  levels.flicker_index = above / light;
+  return levels;
+}
+
+FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_hz) {
+  const size_t count = samples.size();
+  FlickerSpectrum spectrum = {sample_rate_hz / static_cast<double>(count), {}};
+  if (count < 2) {
+    return spectrum;
+  }
+  const FftwReals windowed = WindowedSamples(samples);
+  const FftwComplexes bins(fftw_alloc_complex(count / 2 + 1));
+  const FftwPlan plan(fftw_plan_dft_r2c_1d(static_cast<int>(count), windowed.get(), bins.get(),
+                                           FFTW_ESTIMATE | FFTW_PRESERVE_INPUT));
+  fftw_execute(plan.get());
+  // The window's weights add up to half the count, and a sine wave has half its amplitude here.
+  const double scale = 4 / static_cast<double>(count);
+  for (size_t i = 0; i < count / 2 + 1; ++i) {
+    spectrum.amplitudes.push_back(scale * std::hypot(bins[i][0], bins[i][1]));
+  }
+  return spectrum;
+}
+
+std::optional<SpectrumPeak> DominantPeak(const FlickerSpectrum& spectrum) {
+  const std::vector<double>& amplitudes = spectrum.amplitudes;
+  if (amplitudes.size() < kFirstPeakEntry + 2) {
+    return std::nullopt;
+  }
+  // The last entry has no neighbour above it.
+  const auto highest = std::max_element(amplitudes.begin() + kFirstPeakEntry, amplitudes.end() - 1);
+  if (*highest < std::max(kLeastAmplitude, kPeakOverNoise * Median(amplitudes))) {
+    return std::nullopt;
+  }
+  return Interpolate(spectrum, static_cast<size_t>(highest - amplitudes.begin()));
+}
+
+}  // namespace hyl::v2::tool

@@ -1,0 +1,5 @@
+#include "application.h"
+
+int main(int argc, char** argv) {
+  return hyl::v2::tool::RunTool(argc, argv);
+}

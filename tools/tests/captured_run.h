@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "file_descriptor.h"
+
+namespace hyl::v2::tool {
+
+/// How a run of the tool ended, and what it wrote.
+struct RunResult {
+  int code;
+  std::string out;
+  std::string err;
+};
+
+/// Runs the tool in this process. `arguments` is the command line without the program's name.
+RunResult RunCaptured(const std::string& arguments);
+
+/// The same with another standard output.
+RunResult RunInto(int out, const std::string& arguments);
+
+struct Pipe {
+  Pipe();
+  FileDescriptor reader;
+  FileDescriptor writer;
+};
+
+/// A terminal, and the end from which a test reads what is shown on it.
+struct TestTerminal {
+  TestTerminal();
+  FileDescriptor screen;
+  FileDescriptor reader;
+};
+
+/// Reads `fd` to its end on a thread of its own, and calls `on_first` when the first bytes have
+/// come.
+class Reader {
+ public:
+  Reader(int fd, std::function<void()> on_first);
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+  ~Reader();
+
+  /// Waits for the end; what was read.
+  const std::string& Text();
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state_;
+};
+
+}  // namespace hyl::v2::tool

@@ -1,0 +1,424 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <hyl/host/api_factory.h>
+#include <hyl/host/simulated_hub.h>
+
+#include "captured_run.h"
+
+namespace hyl::v2::tool {
+namespace {
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+
+size_t Lines(const std::string& text) {
+  return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+MATCHER(IsOneLine, "is one whole line") {
+  return Lines(arg) == 1 && arg.back() == '\n';
+}
+
+/// Every test begins on the simulated sensors as they are at first.
+class ToolTest : public testing::Test {
+ protected:
+  ToolTest() {
+    host::SetApiFactory({});
+    host::SimulatedHub::Instance().Reset();
+  }
+};
+
+bool NoSensorRuns() {
+  return host::SimulatedHub::Instance().RunningRequests().empty();
+}
+
+// A framework of the test's own.
+
+class ScriptedFramework : public Api {
+ public:
+  explicit ScriptedFramework(HylErr answer) : answer_(answer) {}
+
+  std::vector<SensorListEntry> GetSensorList() override {
+    return {
+        {268U << 16U, "rear"}, {1268U << 16U, "rear"}, {269U << 16U, "flicker"}, {21U << 16U, ""}};
+  }
+  HylErr InvokeAsyncServiceCall(uint32_t, uint32_t, const Request&,
+                                std::shared_ptr<Service::AsyncCallbacks>) override {
+    return answer_;
+  }
+
+ private:
+  const HylErr answer_;
+};
+
+/// Makes the framework give this answer to all requests, and send no data.
+void UseScriptedFramework(HylErr answer) {
+  host::SetApiFactory([answer](ClientType) { return std::make_unique<ScriptedFramework>(answer); });
+}
+
+// Ends with an error.
+
+struct FaultCase {
+  const char* name;
+  const char* arguments;
+  int code;
+  const char* says;
+};
+
+class FaultTest : public ToolTest, public testing::WithParamInterface<FaultCase> {};
+
+TEST_P(FaultTest, EndsWithItsCodeAndOneLine) {
+  const RunResult result = RunCaptured(GetParam().arguments);
+  EXPECT_EQ(result.code, GetParam().code);
+  EXPECT_THAT(result.out, IsEmpty());
+  EXPECT_THAT(result.err, AllOf(IsOneLine(), StartsWith("hyl-spectral: "), HasSubstr("; "),
+                                HasSubstr(GetParam().says)));
+  EXPECT_TRUE(NoSensorRuns());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Usage, FaultTest,
+    testing::Values(FaultCase{"NoCommand", "", 2, "--help"},
+                    FaultCase{"UnknownCommand", "lits", 2, "'lits'"},
+                    FaultCase{"NoSensor", "stream", 2, "SENSOR is required"},
+                    FaultCase{"TwoSensors", "stream rear front", 2, "front"},
+                    FaultCase{"UnknownOption", "stream rear --colour", 2, "--colour"},
+                    FaultCase{"UnknownFormat", "stream rear --format xml", 2, "text, json, csv"},
+                    FaultCase{"UnknownMode", "stream rear --mode off", 2, "continuous, on-change"},
+                    FaultCase{"NoSamples", "stream rear --count 0", 2, "--count"},
+                    FaultCase{"HalfASample", "stream rear --count 1.5", 2, "--count"},
+                    FaultCase{"NegativeTime", "stream rear --seconds -1", 2, "--seconds"},
+                    FaultCase{"NoNumber", "stream rear --seconds nan", 2, "--seconds"},
+                    FaultCase{"EndlessTime", "stream rear --seconds inf", 2, "--seconds"},
+                    FaultCase{"NoBits", "flicker flicker --bits 0", 2, "--bits"},
+                    FaultCase{"TooManyBits", "flicker flicker --bits 33", 2, "--bits"},
+                    FaultCase{"HugeBuffer", "flicker flicker --buffer 99999999999", 2, "--buffer"},
+                    FaultCase{"UnknownPicture", "flicker flicker --plot flicker.gif", 2,
+                              ".svg or .png"},
+                    FaultCase{"UnknownScene", "--scene moon list", 2, "fluorescent"},
+                    FaultCase{"UnknownSetting", "get colour", 2, "'colour'"},
+                    FaultCase{"NoSetting", "get", 2, "--all"},
+                    FaultCase{"SettingAndAll", "get register 1 --all", 2, "--all"},
+                    FaultCase{"UnreadableSetting", "get torch", 2, "use set"},
+                    FaultCase{"UnwritableSetting", "set device-uid 1", 2, "use get"},
+                    FaultCase{"TooFewValues", "set gain 1", 2, "gain A GAIN"},
+                    FaultCase{"ValueTooLarge", "set register 1 256", 2, "0 to 255"},
+                    FaultCase{"BadAssignment", "stream rear --set gain", 2, "NAME=VALUE"},
+                    FaultCase{"BadAssignedValue", "flicker flicker --set torch=1", 2, "on or off"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(
+    Others, FaultTest,
+    testing::Values(FaultCase{"UnknownLightSensor", "stream moon", 3, "'rear ambient light'"},
+                    FaultCase{"FlickerIsNoLightSensor", "stream flicker", 3,
+                              "'front ambient light'"},
+                    FaultCase{"UnknownFlickerSensor", "flicker moon", 3, "'flicker'"},
+                    FaultCase{"RefusedValue", "set gain 77 1", 5, "kInvalidArgument, 9"},
+                    FaultCase{"NoPlaceForPicture", "flicker flicker --plot /nowhere/a.png", 6,
+                              "/nowhere/a.png"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+struct RefusalCase {
+  const char* name;
+  HylErr answer;
+  int code;
+  const char* says;
+};
+
+class RefusalTest : public ToolTest, public testing::WithParamInterface<RefusalCase> {
+ protected:
+  void SetUp() override { UseScriptedFramework(GetParam().answer); }
+};
+
+TEST_P(RefusalTest, EndsWithItsCodeAndOneLine) {
+  for (const char* const arguments : {"stream rear", "flicker flicker", "set torch on"}) {
+    SCOPED_TRACE(arguments);
+    const RunResult result = RunCaptured(arguments);
+    EXPECT_EQ(result.code, GetParam().code);
+    EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr(GetParam().says)));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, RefusalTest,
+    testing::Values(RefusalCase{"AlreadyRunning", HylErr::kAlreadyRunning, 4,
+                                "kAlreadyRunning, 19"},
+                    RefusalCase{"NoSession", HylErr::kNoSession, 4, "kNoSession, 17"},
+                    RefusalCase{"Failed", HylErr::kFailed, 5, "kFailed, 2"},
+                    RefusalCase{"CodeOfItsOwn", HylErr{77}, 5, "framework code, 77"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+class LostFrameworkTest : public ToolTest {};
+
+TEST_F(LostFrameworkTest, EndsARunThatGetsNoData) {
+  UseScriptedFramework(HylErr::kOk);
+  for (const char* const arguments :
+       {"stream rear --timeout 0.05", "flicker flicker --timeout 0.05"}) {
+    const RunResult result = RunCaptured(arguments);
+    EXPECT_EQ(result.code, 5);
+    EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("has sent nothing")));
+  }
+}
+
+TEST_F(LostFrameworkTest, LetsOnChangeWaitForAChange) {
+  UseScriptedFramework(HylErr::kOk);
+  const RunResult result = RunCaptured("stream rear --mode on-change --timeout 0.05 --seconds 0.2");
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.err, IsEmpty());
+}
+
+TEST_F(LostFrameworkTest, SaysThatThereIsNoFramework) {
+  host::SetApiFactory([](ClientType) { return std::unique_ptr<Api>(); });
+  const RunResult result = RunCaptured("stream rear");
+  EXPECT_EQ(result.code, 5);
+  EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("check that its service runs")));
+}
+
+// Ends in the middle, with the sensor disabled.
+
+class EndOfRunTest : public ToolTest, public testing::WithParamInterface<const char*> {
+ protected:
+  void TearDown() override { EXPECT_TRUE(NoSensorRuns()); }
+};
+
+TEST_P(EndOfRunTest, OfAReaderThatHasGone) {
+  Pipe pipe;
+  pipe.reader.Close();
+  const RunResult result = RunInto(pipe.writer.get(), GetParam());
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.err, IsEmpty());
+}
+
+TEST_P(EndOfRunTest, OnAFullDisk) {
+  const FileDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  const RunResult result = RunInto(full.get(), GetParam());
+  EXPECT_EQ(result.code, 6);
+  EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("No space left")));
+}
+
+TEST_P(EndOfRunTest, OnASignalAfterTheFirstOutput) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    Pipe pipe;
+    Reader reader(pipe.reader.get(),
+                  [main = pthread_self(), signal] { pthread_kill(main, signal); });
+    const RunResult result = RunInto(pipe.writer.get(), GetParam());
+    pipe.writer.Close();
+    EXPECT_EQ(result.code, 0);
+    EXPECT_THAT(result.err, IsEmpty());
+    EXPECT_THAT(reader.Text(), EndsWith("\n"));
+    EXPECT_TRUE(NoSensorRuns());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, EndOfRunTest,
+                         testing::Values("stream rear", "stream front --format json",
+                                         "flicker flicker",
+                                         "flicker flicker --samples --format csv"));
+
+/// Waits until `writer` takes no more, then interrupts the thread `main`; gives up when the run
+/// has ended.
+void InterruptOnceFull(int writer, pthread_t main, const std::atomic<bool>& ended) {
+  pollfd polled = {writer, POLLOUT, 0};
+  while (poll(&polled, 1, 0) > 0) {
+    if (ended) {
+      FAIL() << "The run ended while its output could be written";
+    }
+    std::this_thread::yield();
+  }
+  pthread_kill(main, SIGINT);
+}
+
+class HeldUpOutputTest : public ToolTest {};
+
+TEST_F(HeldUpOutputTest, CanBeInterrupted) {
+  Pipe pipe;
+  std::atomic<bool> ended = false;
+  std::thread interrupter(InterruptOnceFull, pipe.writer.get(), pthread_self(), std::ref(ended));
+  const RunResult result = RunInto(pipe.writer.get(), "flicker flicker --samples");
+  ended = true;
+  interrupter.join();
+  EXPECT_EQ(result.code, 0);
+  EXPECT_TRUE(NoSensorRuns());
+}
+
+// What is printed.
+
+class ListTest : public ToolTest {};
+
+TEST_F(ListTest, ShowsTheSensors) {
+  EXPECT_EQ(RunCaptured("list").out,
+            "TYPE           INDEX  SUPPORTED  NAME\n"
+            "ambient-light  0      yes        rear ambient light\n"
+            "ambient-light  1      yes        front ambient light\n"
+            "flicker        0      yes        flicker\n");
+  EXPECT_THAT(RunCaptured("list --format json").out,
+              StartsWith("{\"sensors\":[{\"type\":\"ambient-light\",\"index\":0,"
+                         "\"name\":\"rear ambient light\",\"supported\":true},"));
+}
+
+class StreamTest : public ToolTest {};
+
+TEST_F(StreamTest, PrintsALineASample) {
+  const std::string text = RunCaptured("stream rear --count 3").out;
+  EXPECT_EQ(Lines(text), 3U);
+  EXPECT_THAT(text, StartsWith("     0.000 s "));
+  const std::string csv = RunCaptured("stream rear --count 3 --format csv").out;
+  EXPECT_EQ(Lines(csv), 4U);
+  EXPECT_THAT(csv, StartsWith("timestamp_ns,channel_0,"));
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), ','), 4 * 12);
+  EXPECT_THAT(RunCaptured("stream rear --count 1 --format json").out,
+              MatchesRegex("\\{\"sensor\":\"rear ambient light\",\"timestamp_ns\":[0-9]+,"
+                           "\"values\":\\[[-0-9.e,]+\\]\\}\n"));
+}
+
+TEST_F(StreamTest, WritesSettingsBeforeTheStart) {
+  const std::string fixed = "stream rear --count 1 --format csv --set spectral-auto-gain=off ";
+  const auto clear_channel = [](const RunResult& result) {
+    const size_t comma = result.out.rfind(',', result.out.rfind(',') - 1);
+    return std::stod(result.out.substr(comma + 1));
+  };
+  const double low = clear_channel(RunCaptured(fixed + "--set gain=0,1"));
+  const double high = clear_channel(RunCaptured(fixed + "--set gain=0,8"));
+  EXPECT_NEAR(high / low, 8, 1);
+}
+
+class FlickerTest : public ToolTest {};
+
+TEST_F(FlickerTest, MeasuresTheLight) {
+  const RunResult mains =
+      RunCaptured("flicker flicker --seconds 0.5 --scene fluorescent --mains 60");
+  EXPECT_THAT(mains.out,
+              AllOf(HasSubstr("24000 Hz"), HasSubstr("frequency 120.0"), HasSubstr("gaps 0")));
+  const RunResult steady = RunCaptured("flicker flicker --seconds 0.5 --scene daylight");
+  EXPECT_THAT(steady.out, HasSubstr("frequency none"));
+}
+
+TEST_F(FlickerTest, SaysThatTheBufferIsTooSmall) {
+  const RunResult result = RunCaptured("flicker flicker --seconds 0.3 --buffer 100");
+  EXPECT_EQ(result.code, 0);
+  EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("--buffer")));
+}
+
+class SettingsTest : public ToolTest {};
+
+TEST_F(SettingsTest, AreReadAndWritten) {
+  EXPECT_THAT(RunCaptured("get --all").out,
+              AllOf(HasSubstr("spectral-auto-gain             on\n"), HasSubstr("device-uid")));
+  EXPECT_EQ(RunCaptured("set torch on --format json").out,
+            "{\"setting\":\"torch\",\"sent\":true}\n");
+  EXPECT_EQ(RunCaptured("set gain 0 3.9 --format json").out,
+            "{\"setting\":\"gain\",\"applied\":4}\n");
+  EXPECT_EQ(RunCaptured("set spectral-auto-gain off").code, 0);
+  EXPECT_EQ(RunCaptured("get spectral-auto-gain --format json").out,
+            "{\"spectral-auto-gain\":false}\n");
+  EXPECT_EQ(RunCaptured("set register 0x21 0x7F").code, 0);
+  EXPECT_EQ(RunCaptured("get register 33").out, "register                       127\n");
+}
+
+class LogTest : public ToolTest {};
+
+TEST_F(LogTest, IsSilentUnlessAskedFor) {
+  EXPECT_THAT(RunCaptured("stream moon").err, Not(HasSubstr("HYL_SpAPI")));
+  EXPECT_THAT(RunCaptured("-v stream moon").err, HasSubstr("HYL_SpAPI"));
+}
+
+// On a terminal.
+
+std::string ShownOnTerminal(const char* arguments) {
+  TestTerminal terminal;
+  Reader reader(terminal.reader.get(), [] {});
+  const RunResult result = RunInto(terminal.screen.get(), arguments);
+  EXPECT_EQ(result.code, 0);
+  terminal.screen.Close();
+  return reader.Text();
+}
+
+constexpr const char* kColour = "\033[36m";
+constexpr const char* kEraseLine = "\033[K";
+
+class TerminalTest : public ToolTest {};
+
+TEST_F(TerminalTest, DrawsBarsInColour) {
+  setenv("TERM", "xterm", 1);
+  unsetenv("NO_COLOR");
+  for (const char* const arguments : {"stream rear --count 2", "flicker flicker --seconds 0.3"}) {
+    EXPECT_THAT(ShownOnTerminal(arguments), AllOf(HasSubstr(kColour), HasSubstr(kEraseLine)));
+  }
+}
+
+TEST_F(TerminalTest, DrawsWithoutColourWhenAskedTo) {
+  setenv("TERM", "xterm", 1);
+  setenv("NO_COLOR", "1", 1);
+  EXPECT_THAT(ShownOnTerminal("stream rear --count 2"),
+              AllOf(Not(HasSubstr(kColour)), HasSubstr(kEraseLine)));
+}
+
+TEST_F(TerminalTest, PrintsLinesWhereNothingCanBeDrawnAnew) {
+  setenv("TERM", "dumb", 1);
+  EXPECT_THAT(ShownOnTerminal("stream rear --count 2"), Not(HasSubstr("\033")));
+  EXPECT_THAT(RunCaptured("stream rear --count 2").out, Not(HasSubstr("\033")));
+}
+
+// Pictures.
+
+class PictureTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    std::string name = (std::filesystem::temp_directory_path() / "hyl-tool-XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    folder_ = name;
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::string PlotOption(const char* file) const { return " --plot " + (folder_ / file).string(); }
+  size_t Files() const {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder_), {}));
+  }
+
+  std::filesystem::path folder_;
+};
+
+TEST_F(PictureTest, IsDrawnInBothFormats) {
+  for (const char* const file : {"flicker.svg", "flicker.png"}) {
+    const RunResult result = RunCaptured("flicker flicker --seconds 0.3" + PlotOption(file));
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_GT(std::filesystem::file_size(folder_ / file), 5000U);
+  }
+  EXPECT_EQ(Files(), 2U);
+}
+
+TEST_F(PictureTest, LeavesNothingBehindWhenTheRunFails) {
+  UseScriptedFramework(HylErr::kOk);
+  EXPECT_EQ(RunCaptured("flicker flicker --timeout 0.05" + PlotOption("a.png")).code, 5);
+  EXPECT_EQ(Files(), 0U);
+}
+
+TEST_F(PictureTest, IsMissingWithoutGnuplot) {
+  setenv("PATH", folder_.c_str(), 1);
+  const RunResult result = RunCaptured("flicker flicker --seconds 9" + PlotOption("a.png"));
+  EXPECT_EQ(result.code, 6);
+  EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("install it")));
+  EXPECT_EQ(Files(), 0U);
+}
+
+}  // namespace
+}  // namespace hyl::v2::tool
