@@ -56,6 +56,7 @@ class BenchApi final : public Api {
 
 std::vector<SensorListEntry> MakeSensors(int count, size_t list_size) {
   std::vector<SensorListEntry> sensors;
+  sensors.reserve(std::max(static_cast<size_t>(count) + 2, list_size));
   for (int i = 0; i < count; ++i) {
     sensors.push_back(MakeEntry(kRearHandle, "ALS", static_cast<size_t>(i)));
   }

@@ -23,8 +23,9 @@ struct Contender {
 };
 
 enum class Clock {
-  kThreadCpu,  ///< of the calling thread: what other programs take does not count
-  kWall,       ///< for work that waits for other threads
+  kThreadCpu,   ///< of the calling thread: what other programs take does not count
+  kProcessCpu,  ///< of all threads
+  kWall,        ///< for work that waits for other threads
 };
 
 /// A piece of work, and the ways to do it that are compared. The first is the library's; where all

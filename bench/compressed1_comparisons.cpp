@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 
 #include <benchmark/benchmark.h>
@@ -48,6 +49,17 @@ std::vector<uint8_t> EncodeStreamvbyte(const int32_t* sums, uint32_t count, int3
   return bytes;
 }
 
+/// At most `limit` bytes, so many that the chunk ends with a whole difference or with the first
+/// byte of one, as a sensor's chunks do.
+size_t ChunkLength(std::span<const uint8_t> bytes, size_t limit) {
+  constexpr uint8_t kStop = 0x80;
+  size_t len = std::min(limit, bytes.size());
+  while (len > 1 && ((bytes[len - 1] | bytes[len - 2]) & kStop) == 0) {
+    --len;
+  }
+  return len;
+}
+
 std::shared_ptr<Input> MakeInput(FlickerStream stream, size_t chunk_bytes) {
   auto input = std::make_shared<Input>();
   input->stream = std::move(stream);
@@ -56,8 +68,8 @@ std::shared_ptr<Input> MakeInput(FlickerStream stream, size_t chunk_bytes) {
   const std::vector<uint8_t>& bytes = input->stream.bytes;
   StraightforwardConverter converter(input->out.data(), input->out.size(), 0);
   int32_t before = 0;
-  for (size_t at = 0; at < bytes.size(); at += chunk_bytes) {
-    const size_t len = std::min(chunk_bytes, bytes.size() - at);
+  for (size_t at = 0, len = 0; at < bytes.size(); at += len) {
+    len = ChunkLength(std::span(bytes).subspan(at), chunk_bytes);
     converter.ConvertCompressed1(bytes.data() + at, len);
     const auto count = static_cast<uint32_t>(converter.out_count());
     input->chunks.push_back({bytes.data() + at, len, input->samples.size(), count,
@@ -156,7 +168,7 @@ std::vector<ComparisonMaker> Compressed1Comparisons() {
                            {"steep", SteepRipple, {4, 0}},
                            {"half", HalfAndHalf, {4, 0}},
                            {"uniform", UniformGroups, {1, 0}}};
-  constexpr size_t kLargest = 64 * 1024;
+  constexpr size_t kLargest = size_t{64} * 1024;
   std::vector<ComparisonMaker> makers;
   for (const Row& row : kRows) {
     for (const size_t bytes : {size_t{256}, size_t{4096}, kLargest}) {

@@ -29,10 +29,10 @@ std::vector<uint8_t> CutToLength(std::vector<uint8_t> bytes) {
 }
 
 /// Light at twice the mains frequency, sampled `per_period` times in each period, in 12 bits.
-std::vector<uint8_t> Ripple(double amplitude, double per_period) {
+std::vector<uint8_t> Ripple(double amplitude, double per_period, uint32_t seed) {
   constexpr double kMiddle = 2048;
   constexpr double kNoise = 2;
-  std::mt19937 engine(1);
+  std::mt19937 engine(seed);
   std::normal_distribution<double> noise(0, kNoise);
   std::vector<uint8_t> bytes;
   int previous = 0;
@@ -47,8 +47,8 @@ std::vector<uint8_t> Ripple(double amplitude, double per_period) {
 }
 
 /// Differences of 1 to `max_groups` groups, equally often, in no order.
-std::vector<uint8_t> Mixture(size_t max_groups) {
-  std::mt19937 engine(2);
+std::vector<uint8_t> Mixture(size_t max_groups, uint32_t seed) {
+  std::mt19937 engine(seed);
   std::vector<uint8_t> bytes;
   while (bytes.size() < kStreamBytes) {
     for (size_t left = 1 + engine() % max_groups; left > 0; --left) {
@@ -61,20 +61,20 @@ std::vector<uint8_t> Mixture(size_t max_groups) {
 }  // namespace
 
 FlickerStream MainsRipple() {
-  return {"mains ripple", Ripple(600, 100)};
+  return {"mains ripple", Ripple(600, 100, 1)};
 }
 FlickerStream SteepRipple() {
-  return {"steep ripple", Ripple(1000, 95.5)};
+  return {"steep ripple", Ripple(1000, 95.5, 2)};
 }
 FlickerStream HalfAndHalf() {
-  return {"half 1, half 2 groups", Mixture(2)};
+  return {"half 1, half 2 groups", Mixture(2, 3)};
 }
 FlickerStream UniformGroups() {
-  return {"1 to 4 groups", Mixture(4)};
+  return {"1 to 4 groups", Mixture(4, 4)};
 }
 
-std::vector<uint8_t> RandomBytes(size_t count) {
-  std::mt19937 engine(3);
+std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed) {
+  std::mt19937 engine(seed);
   std::vector<uint8_t> bytes(count);
   for (uint8_t& byte : bytes) {
     byte = static_cast<uint8_t>(engine());

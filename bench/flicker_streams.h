@@ -8,7 +8,7 @@
 namespace hyl::v2::bench {
 
 /// Long enough that the processor does not learn its branches by heart.
-inline constexpr size_t kStreamBytes = 512 * 1024;
+inline constexpr size_t kStreamBytes = size_t{512} * 1024;
 
 struct FlickerStream {
   std::string name;
@@ -25,6 +25,6 @@ FlickerStream UniformGroups();
 /// @}
 
 /// Bytes without a pattern.
-std::vector<uint8_t> RandomBytes(size_t count);
+std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed);
 
 }  // namespace hyl::v2::bench

@@ -53,12 +53,12 @@ class ProgressReporter : public benchmark::BenchmarkReporter {
 std::string TakeJsonFile(std::vector<char*>& args) {
   for (size_t i = 1; i < args.size(); ++i) {
     if (std::strncmp(args[i], "--json=", 7) == 0) {
-      const std::string file = args[i] + 7;
+      std::string file = args[i] + 7;
       args.erase(args.begin() + static_cast<std::ptrdiff_t>(i));
       return file;
     }
     if (std::strcmp(args[i], "--json") == 0 && i + 1 < args.size()) {
-      const std::string file = args[i + 1];
+      std::string file = args[i + 1];
       args.erase(args.begin() + static_cast<std::ptrdiff_t>(i),
                  args.begin() + static_cast<std::ptrdiff_t>(i + 2));
       return file;

@@ -44,7 +44,7 @@ std::string Verdict(const ContenderResult& result) {
 void PrintRow(std::ostream& out, const std::string& work, const std::string& against,
               const std::string& time, const std::string& ratio, const std::string& target,
               const std::string& verdict) {
-  out << std::left << std::setw(44) << work << std::setw(30) << against << std::right
+  out << std::left << std::setw(46) << work << std::setw(30) << against << std::right
       << std::setw(16) << time << std::setw(11) << ratio << std::setw(11) << target << "  "
       << verdict << '\n';
 }

@@ -41,8 +41,7 @@ class BenchEvents final : public EventMessage {
   explicit BenchEvents(size_t count) {
     const auto values = ChannelValues();
     for (size_t i = 0; i < count; ++i) {
-      events =
-          host::MakeSensorEvent(SensorEventType::kSpectralSample, 1, values, std::move(events));
+      events = host::MakeSensorEvent(SensorEventType::kSpectralSample, 1, values, events);
     }
     event_count = count;
   }

@@ -6,9 +6,20 @@
 
 namespace hyl::v2::bench {
 
+inline clockid_t SystemClock(Clock clock) {
+  switch (clock) {
+    case Clock::kThreadCpu:
+      return CLOCK_THREAD_CPUTIME_ID;
+    case Clock::kProcessCpu:
+      return CLOCK_PROCESS_CPUTIME_ID;
+    default:
+      return CLOCK_MONOTONIC;
+  }
+}
+
 inline double NowNs(Clock clock) {
   timespec now{};
-  clock_gettime(clock == Clock::kWall ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &now);
+  clock_gettime(SystemClock(clock), &now);
   return 1e9 * static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec);
 }
 

@@ -132,54 +132,66 @@ struct Fault {
   size_t left_running = 0;
 };
 
-const std::string kStop = "4 4f40000 a0003f4";
-const std::string kStart = "2 10c0000 a00000c";
+constexpr const char* kStop = "4 4f40000 a0003f4";
+constexpr const char* kStart = "2 10c0000 a00000c";
 using enum Before;
 
-const Fault kFaults[] = {
-    Fault("EnableMode0", kIdle, EnableIt("Rear", 0))
-        .Gives(9, "Cannot enable ALS, invalid reporting mode: 0"),
-    Fault("EnableMode3", kIdle, EnableIt("Rear", 3))
-        .Gives(9, "Cannot enable ALS, invalid reporting mode: 3"),
-    Fault("EnableUnknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
-    Fault("EnableFlicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
-    Fault("EnableNull", kFrontOnly, EnableIt(nullptr, 1)).Gives(7, "Sensor '' not found"),
-    Fault("EnableTwice", kRearRuns, EnableIt("", 1))
-        .Gives(19, "Cannot start sensor 'Rear ALS'-1012:0, already running", {}, 1),
-    Fault("EnableRefused", kIdle, EnableIt("Rear", 2))
-        .Refusing(1)
-        .Gives(3, "InvokeAsyncServiceCall err:  3!", {kStart}),
-    Fault("EnableIndex256", kFarOnly, EnableIt("Far", 1))
-        .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
-    Fault("ChangeMode0", kRearRuns, Change(0))
-        .Gives(9, "Change-ALS: Invalid reporting mode (0)!", {}, 1),
-    Fault("ChangeMode3", kRearRuns, Change(3))
-        .Gives(9, "Change-ALS: Invalid reporting mode (3)!", {}, 1),
-    Fault("ChangeSession0", kRearRuns, Change(2, 0))
-        .Gives(7, "Change-ALS: Cannot find session for id (0)", {}, 1),
-    Fault("ChangeUnknown", kRearRuns, Change(2, 4000000000))
-        .Gives(7, "Change-ALS: Cannot find session for id (4000000000)", {}, 1),
-    Fault("ChangeStopRefused", kRearRuns, Change(2))
-        .Refusing(1)
-        .Gives(3, "Change-ALS: InvokeAsyncServiceCall err:  3!", {kStop}, 1),
-    Fault("ChangeStartRefused", kRearRuns, Change(2))
-        .Refusing(2)
-        .Gives(3, "Change-ALS: start err:  3!", {kStop, kStart}),
-    Fault("ChangeAlone", kRearRunsAlone, Change(2))
-        .Gives(7, "Change-ALS: Sensor of new type 12 priority 0 not found", {kStop}),
-    Fault("ChangeStopped", kRearWasStopped, Change(2))
-        .Gives(7, "Change-ALS: Cannot stop, sensor with cookie:10a0003f4 not found."),
-    Fault("ChangeStoppedToItsMode", kRearWasStopped, Change(1)).Gives(0, ""),
-    Fault("DisableSession0", kRearRuns, Disable(0))
-        .Gives(7, "Cannot disable sensor, no session-id:0", {}, 1),
-    Fault("DisableUnknown", kRearRuns, Disable(4000000000))
-        .Gives(7, "Cannot disable sensor, no session-id:-294967296", {}, 1),
-    Fault("DisableStopped", kRearWasStopped, Disable())
-        .Gives(7, "Cannot stop, sensor with cookie:10a0003f4 not found."),
-    Fault("DisableRefused", kRearRuns, Disable())
-        .Refusing(1)
-        .Gives(3, "Failed to stop sensor 'Rear ALS'-1012:0(167773172@v1) (err:3)", {kStop}, 1),
-};
+std::vector<Fault> EnableFaults() {
+  return {
+      Fault("Mode0", kIdle, EnableIt("Rear", 0))
+          .Gives(9, "Cannot enable ALS, invalid reporting mode: 0"),
+      Fault("Mode3", kIdle, EnableIt("Rear", 3))
+          .Gives(9, "Cannot enable ALS, invalid reporting mode: 3"),
+      Fault("Unknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
+      Fault("Flicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
+      Fault("Null", kFrontOnly, EnableIt(nullptr, 1)).Gives(7, "Sensor '' not found"),
+      Fault("Twice", kRearRuns, EnableIt("", 1))
+          .Gives(19, "Cannot start sensor 'Rear ALS'-1012:0, already running", {}, 1),
+      Fault("Refused", kIdle, EnableIt("Rear", 2))
+          .Refusing(1)
+          .Gives(3, "InvokeAsyncServiceCall err:  3!", {kStart}),
+      Fault("Index256", kFarOnly, EnableIt("Far", 1))
+          .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
+  };
+}
+
+std::vector<Fault> ChangeFaults() {
+  return {
+      Fault("Mode0", kRearRuns, Change(0))
+          .Gives(9, "Change-ALS: Invalid reporting mode (0)!", {}, 1),
+      Fault("Mode3", kRearRuns, Change(3))
+          .Gives(9, "Change-ALS: Invalid reporting mode (3)!", {}, 1),
+      Fault("Session0", kRearRuns, Change(2, 0))
+          .Gives(7, "Change-ALS: Cannot find session for id (0)", {}, 1),
+      Fault("Unknown", kRearRuns, Change(2, 4000000000))
+          .Gives(7, "Change-ALS: Cannot find session for id (4000000000)", {}, 1),
+      Fault("StopRefused", kRearRuns, Change(2))
+          .Refusing(1)
+          .Gives(3, "Change-ALS: InvokeAsyncServiceCall err:  3!", {kStop}, 1),
+      Fault("StartRefused", kRearRuns, Change(2))
+          .Refusing(2)
+          .Gives(3, "Change-ALS: start err:  3!", {kStop, kStart}),
+      Fault("Alone", kRearRunsAlone, Change(2))
+          .Gives(7, "Change-ALS: Sensor of new type 12 priority 0 not found", {kStop}),
+      Fault("Stopped", kRearWasStopped, Change(2))
+          .Gives(7, "Change-ALS: Cannot stop, sensor with cookie:10a0003f4 not found."),
+      Fault("StoppedToItsMode", kRearWasStopped, Change(1)).Gives(0, ""),
+  };
+}
+
+std::vector<Fault> DisableFaults() {
+  return {
+      Fault("Session0", kRearRuns, Disable(0))
+          .Gives(7, "Cannot disable sensor, no session-id:0", {}, 1),
+      Fault("Unknown", kRearRuns, Disable(4000000000))
+          .Gives(7, "Cannot disable sensor, no session-id:-294967296", {}, 1),
+      Fault("Stopped", kRearWasStopped, Disable())
+          .Gives(7, "Cannot stop, sensor with cookie:10a0003f4 not found."),
+      Fault("Refused", kRearRuns, Disable())
+          .Refusing(1)
+          .Gives(3, "Failed to stop sensor 'Rear ALS'-1012:0(167773172@v1) (err:3)", {kStop}, 1),
+  };
+}
 
 void PrintTo(const Fault& fault, std::ostream* out) {
   *out << fault.name;
@@ -243,8 +255,13 @@ TEST_P(AmbientLightFaultTest, HasItsResultAndMessage) {
   EXPECT_EQ(fault.left_running, framework.Running().size());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, AmbientLightFaultTest, ::testing::ValuesIn(kFaults),
-                         [](const auto& fault) { return fault.param.name; });
+constexpr auto kFaultName = [](const auto& fault) { return std::string(fault.param.name); };
+INSTANTIATE_TEST_SUITE_P(Enable, AmbientLightFaultTest, ::testing::ValuesIn(EnableFaults()),
+                         kFaultName);
+INSTANTIATE_TEST_SUITE_P(Change, AmbientLightFaultTest, ::testing::ValuesIn(ChangeFaults()),
+                         kFaultName);
+INSTANTIATE_TEST_SUITE_P(Disable, AmbientLightFaultTest, ::testing::ValuesIn(DisableFaults()),
+                         kFaultName);
 
 TEST_F(AmbientLightTest, RefusedDisableStillEndsTheSession) {
   const uint32_t id = Enable("Rear");

@@ -1,27 +1,21 @@
 // What a client may do inside its callbacks: everything.
 
+#include <functional>
 #include <string>
-#include <vector>
 
+#include "data_way.h"
 #include "library_test.h"
 #include "operations.h"
 
 namespace hyl::v2::test {
 namespace {
 
-/// Each way that data takes to the client.
-enum class Way { kSample, kEvents, kFlickerData };
-
-std::string NameOf(const ::testing::TestParamInfo<Way>& way) {
-  constexpr const char* kNames[] = {"Sample", "Events", "FlickerData"};
-  return kNames[static_cast<int>(way.param)];
-}
-
-class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterface<Way> {
+class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterface<DataWay> {
  protected:
   CallbackRulesTest() {
     framework.AnswerWith(ScriptedApi::Echo);
     rear = Enable("Rear");
+    Enable("Front");
     EnableFlicker();
     framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
   }
@@ -34,14 +28,8 @@ class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterfa
         in_callback();
       }
     });
-    if (GetParam() == Way::kSample) {
-      framework.Deliver(kRearContinuous, SampleMsg({1}));
-    } else if (GetParam() == Way::kEvents) {
-      framework.Deliver(kRearContinuous, Events(Chain({{}}), 1));
-    } else {
-      framework.Deliver(kFlicker, FlickerData({1, 0}));
-    }
-    EXPECT_EQ(1, calls);
+    DeliverData(*framework.CallbacksOf(HandleOf(GetParam())), GetParam());
+    EXPECT_NE(0, calls);
     client.SetHook({});
   }
 
@@ -50,8 +38,7 @@ class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterfa
   uint32_t rear;
 };
 
-INSTANTIATE_TEST_SUITE_P(Ways, CallbackRulesTest,
-                         ::testing::Values(Way::kSample, Way::kEvents, Way::kFlickerData), NameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, CallbackRulesTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
 /// Calls every operation, in the order of the slots, with the running rear session.
 void CallbackRulesTest::CallAll(bool on_other_threads) {

@@ -132,7 +132,7 @@ Operation Write(const char* name, int command, Arguments arguments, Call call) {
 template <typename T, typename Field>
 Operation WriteAndWait(const char* name, int command, const Arguments& arguments, Call call,
                        T Outs::*out, Field Reply::*field) {
-  Operation operation = Write(name, command, arguments, call);
+  Operation operation = Write(name, command, arguments, std::move(call));
   operation.out_count = 1;
   operation.expect = Takes(out, field);
   return operation;

@@ -28,7 +28,9 @@ constexpr uint32_t kRequestId = 0x0A00000D;
 constexpr auto k16BitsIn2 = FlickerFormatSampleWidth::k16BitsIn2;
 constexpr auto kUncompressed2 = FlickerFormatSampleWidth::kUncompressed2;
 /// 4660, -2, -32768, 1 in 16-bits-in-2, each pair the other way round.
-const Bytes kFourSamples = {0x34, 0x12, 0xFE, 0xFF, 0x00, 0x80, 0x01, 0x00};
+Bytes FourSamples() {
+  return {0x34, 0x12, 0xFE, 0xFF, 0x00, 0x80, 0x01, 0x00};
+}
 
 class FlickerControlTest : public testing::Test {
  protected:
@@ -261,7 +263,7 @@ TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
   FlickerFormat format(k16BitsIn2);
   format.format_param = 0xF1F2F3F4;
   framework_.Deliver(kFlicker, format);
-  FlickerData message(kFourSamples, 0, 0xA1);
+  FlickerData message(FourSamples(), 0, 0xA1);
   message.aux8_0 = 0xB1;
   message.aux8_1 = 0xB2;
   message.aux16_0 = 0xC1C2;
@@ -293,13 +295,19 @@ TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
   EXPECT_EQ(buffer_.data(), block.samples);
   EXPECT_THAT(calls[0].samples, ElementsAre(-512, 1192960, 256, -8388608));
   EXPECT_EQ(-1, buffer_[4]) << "nothing beyond the samples is written";
+}
 
+TEST_F(FlickerControlTest, EachMessageOverwritesTheBuffer) {
+  Start(k16BitsIn2);
+  framework_.Deliver(kFlicker, FlickerData(FourSamples(), 0, 1));
   framework_.Deliver(kFlicker, FlickerData({1, 0, 2, 0}, 8));
-  const std::vector<FlickerCall> next = client_.TakeFlicker();
-  ASSERT_EQ(1U, next.size());
-  EXPECT_EQ(4U, next[0].block.seq_num);
-  EXPECT_EQ(0, next[0].block.restart);
-  EXPECT_THAT(next[0].samples, ElementsAre(512, 256)) << "from index 0 again";
+  const std::vector<FlickerCall> calls = client_.TakeFlicker();
+  ASSERT_EQ(2U, calls.size());
+  EXPECT_EQ(1, calls[0].block.restart);
+  EXPECT_EQ(4U, calls[1].block.seq_num);
+  EXPECT_EQ(0, calls[1].block.restart);
+  EXPECT_EQ(buffer_.data(), calls[1].block.samples);
+  EXPECT_THAT(calls[1].samples, ElementsAre(2, 1));
   EXPECT_THAT(log_.Take(), IsEmpty());
 }
 
@@ -307,7 +315,7 @@ TEST_F(FlickerControlTest, MessagesWithoutASessionAreDropped) {
   const auto expect_dropped = [&](Service::AsyncCallbacks& object, const char* cookie) {
     (void)log_.Take();
     const FlickerFormat format(k16BitsIn2);
-    const FlickerData data(kFourSamples);
+    const FlickerData data(FourSamples());
     const FlickerData empty({});
     for (const Message* message :
          {static_cast<const Message*>(&format), static_cast<const Message*>(&data),
@@ -346,7 +354,7 @@ TEST_F(FlickerControlTest, OtherMessagesAreIgnored) {
 
 TEST_F(FlickerControlTest, DataThatBringNothing) {
   Start(k16BitsIn2);
-  FlickerData without_data(kFourSamples);
+  FlickerData without_data(FourSamples());
   without_data.data = nullptr;
   framework_.Deliver(kFlicker, FlickerData({}));
   EXPECT_THAT(log_.Take(), IsEmpty());
@@ -372,7 +380,7 @@ TEST_F(FlickerControlTest, SmallBuffersAreNeverOverrun) {
     ASSERT_EQ(HylErr::kOk, api_->EnableFlickerSensor(nullptr, passed, capacity, 16, session_));
     framework_.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
     (void)log_.Take();
-    framework_.Deliver(kFlicker, FlickerData(kFourSamples));
+    framework_.Deliver(kFlicker, FlickerData(FourSamples()));
     EXPECT_THAT(log_.Take(),
                 ElementsAre(Warning(Text("Not enough space in sample converter buffer (want:4 "
                                          "have:%zu). Samples will be dropped.",
@@ -399,7 +407,7 @@ TEST_F(FlickerControlTest, ARefusedFormatLeavesThePreviousOne) {
     EXPECT_THAT(log_.Take(),
                 ElementsAre(Warning(
                     Text("Invalid converter config (sbytes:%d msb:2 lsb:3)", width == 1 ? 1 : 0))));
-    framework_.Deliver(kFlicker, FlickerData(kFourSamples));
+    framework_.Deliver(kFlicker, FlickerData(FourSamples()));
     const std::vector<FlickerCall> calls = client_.TakeFlicker();
     ASSERT_EQ(1U, calls.size());
     EXPECT_THAT(calls[0].samples, ElementsAre(-2, 4660, 1, -32768));
@@ -410,7 +418,7 @@ TEST_F(FlickerControlTest, ARefusedFormatLeavesThePreviousOne) {
 TEST_F(FlickerControlTest, BeforeTheFirstFormat) {
   ASSERT_EQ(HylErr::kOk, Enable());
   (void)log_.Take();
-  framework_.Deliver(kFlicker, FlickerData(kFourSamples));
+  framework_.Deliver(kFlicker, FlickerData(FourSamples()));
   EXPECT_THAT(log_.Take(), ElementsAre(Warning("No sample format received yet")));
   EXPECT_THAT(client_.TakeFlicker(), IsEmpty());
   EXPECT_EQ(-1, buffer_[0]);
@@ -454,11 +462,11 @@ TEST_F(FlickerControlTest, OnlyTheLatestStartReceives) {
   ASSERT_EQ(HylErr::kOk, Enable("B"));
   (void)log_.Take();
   framework_.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
-  framework_.Deliver(kFlicker, FlickerData(kFourSamples));
+  framework_.Deliver(kFlicker, FlickerData(FourSamples()));
   EXPECT_EQ(4U, TakeSamples().size()) << "goes to the session of B";
 
   ASSERT_EQ(HylErr::kOk, api_->DisableFlickerSensor(session_));
-  framework_.Deliver(kFlicker, FlickerData(kFourSamples));
+  framework_.Deliver(kFlicker, FlickerData(FourSamples()));
   EXPECT_THAT(client_.TakeFlicker(), IsEmpty());
   EXPECT_THAT(log_.Take(), ElementsAre(Warning("Can't find session for cookie:10a01000d to handle "
                                                "flicker data msg!")));
@@ -473,7 +481,7 @@ TEST(FlickerWithoutClientTest, DataAreDroppedSilently) {
             api->EnableFlickerSensor(nullptr, buffer.data(), buffer.size(), 16, session));
   LogCapture log;
   framework.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
-  framework.Deliver(kFlicker, FlickerData(kFourSamples));
+  framework.Deliver(kFlicker, FlickerData(FourSamples()));
   EXPECT_EQ(-1, buffer[0]);
   EXPECT_THAT(log.Take(), IsEmpty());
   EXPECT_EQ(HylErr::kOk, api->DisableFlickerSensor(session));

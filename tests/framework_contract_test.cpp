@@ -106,7 +106,8 @@ TEST(ReffedPtr, HoldsOneReference) {
     Ptr first(&a);
     Ptr second = first;
     EXPECT_EQ(2, a.count);
-    second = second;  // NOLINT(clang-diagnostic-self-assign-overloaded)
+    Ptr& same = second;
+    second = same;
     EXPECT_EQ(2, a.count);
     Ptr third(&b);
     second = third;
@@ -125,8 +126,7 @@ TEST(SensorEvent, ALongChainIsFreedWithItsFirstEvent) {
   host::SensorEventPtr chain;
   const std::array<float, 300> values{1, 2};
   for (int i = 0; i < 200'000; ++i) {
-    chain =
-        host::MakeSensorEvent(SensorEventType::kIgnored, i, {values.data(), 2}, std::move(chain));
+    chain = host::MakeSensorEvent(SensorEventType::kIgnored, i, {values.data(), 2}, chain);
   }
   EXPECT_EQ(1, chain->ref_count);
   EXPECT_EQ(1, chain->next->ref_count);

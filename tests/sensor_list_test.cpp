@@ -267,6 +267,13 @@ TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
       first.Arrive();
     }
   });
+  framework.SetSensorList([](int query) {
+    std::vector<SensorListEntry> list = DefaultSensors();
+    if (query == 2) {  // that of the held one: also of another size
+      list.push_back(MakeEntry(kFlicker + 1, "second flicker"));
+    }
+    return list;
+  });
   std::string found_by_first;
   std::thread thread([&] { found_by_first = Find(manager, 13, nullptr, 0); });
   EXPECT_TRUE(first.AwaitArrival());

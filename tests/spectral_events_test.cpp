@@ -107,6 +107,13 @@ TEST_P(SpectralEventsTest, ChainsAreWalkedToTheirCountOrEnd) {
   }
 }
 
+TEST_P(SpectralEventsTest, EventsBeyondTheCountAreNotTouched) {
+  const host::SensorEventPtr chain = Chain({{1, {1}}, {1, {2}}});
+  chain->next->ref_count = 255;  // one reference more would end the process
+  EXPECT_THAT(Values(Events(chain, 1)), ElementsAre(std::vector<float>{1}));
+  chain->next->ref_count = 1;
+}
+
 TEST_P(SpectralEventsTest, WithoutASessionEverythingIsDroppedWithOneMessage) {
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
   const LogEntry expected = Error(std::string("Can't find session for cookie:") +

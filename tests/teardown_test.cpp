@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "data_way.h"
 #include "library_test.h"
 
 namespace hyl::v2::test {
@@ -15,13 +16,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-enum class Way { kRearSample, kFrontEvents, kFlickerData };
-
-std::string NameOf(const ::testing::TestParamInfo<Way>& way) {
-  constexpr const char* kNames[] = {"RearSample", "FrontEvents", "FlickerData"};
-  return kNames[static_cast<int>(way.param)];
-}
 
 /// What the client does when it is called on this thread.
 thread_local std::function<void()> t_in_callback;
@@ -44,31 +38,22 @@ class TeardownTest : public ::testing::Test {
     framework.Take();
     log.Take();
   }
-  ~TeardownTest() override {
-    HylSpectralApi::Destroy(&api);
-    t_in_callback = {};
-  }
+  ~TeardownTest() override { HylSpectralApi::Destroy(&api); }
 
-  static uint32_t HandleOf(Way way) {
-    constexpr uint32_t kHandles[] = {kRearContinuous, kFrontContinuous, kFlicker};
-    return kHandles[static_cast<int>(way)];
+  Service::AsyncCallbacks* ObjectOf(DataWay way) {
+    return framework.CallbacksOf(HandleOf(way)).get();
   }
-  Service::AsyncCallbacks* ObjectOf(Way way) { return framework.CallbacksOf(HandleOf(way)).get(); }
+  /// As a framework does it that holds no reference of its own during the call.
+  void Deliver(DataWay way) { DeliverData(*ObjectOf(way), way); }
 
-  /// One message, as a framework does it that holds no reference of its own during the call.
-  static void Deliver(Service::AsyncCallbacks* object, Way way) {
-    if (way == Way::kRearSample) {
-      const SampleMsg message({1, 2, 3});
-      object->OnResponse(&message);
-    } else if (way == Way::kFrontEvents) {
-      const Events message(Chain({{1, {1}}, {5}, {1, {2}}}), 3);
-      object->OnResponse(&message);
-    } else {
-      const FlickerData message({1, 0, 2, 0});
-      object->OnResponse(&message);
-    }
+  /// Delivers on a thread of its own, where the client does `in_callback`; fails when that blocks.
+  void DeliverWith(DataWay way, const std::function<void()>& in_callback) {
+    ReturnsInTime("the delivery", [&] {
+      t_in_callback = in_callback;
+      Deliver(way);
+      t_in_callback = {};
+    });
   }
-  void Deliver(Way way) { Deliver(ObjectOf(way), way); }
 
   size_t TakeCalls() { return client->TakeSpectral().size() + client->TakeFlicker().size(); }
 
@@ -79,7 +64,7 @@ class TeardownTest : public ::testing::Test {
   }
 
   /// Returns once a Destroy on another thread has begun: then messages are dropped.
-  void AwaitDestroyBegun(Way probe) {
+  void AwaitDestroyBegun(DataWay probe) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     TakeCalls();
     do {
@@ -97,14 +82,11 @@ class TeardownTest : public ::testing::Test {
   uint32_t session = 0;
 };
 
-/// Each way that data takes to the client.
-class DeliveryTeardownTest : public TeardownTest, public ::testing::WithParamInterface<Way> {
+class DeliveryTeardownTest : public TeardownTest, public ::testing::WithParamInterface<DataWay> {
  protected:
-  void ExpectToWait(const std::function<void()>& destroy, Way probe);
+  void ExpectToWait(const std::function<void()>& destroy, DataWay probe);
 };
-INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTeardownTest,
-                         ::testing::Values(Way::kRearSample, Way::kFrontEvents, Way::kFlickerData),
-                         NameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTeardownTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
 TEST_P(DeliveryTeardownTest, LateMessagesAreDroppedInSilence) {
   HylSpectralApi::Destroy(&api);
@@ -124,11 +106,10 @@ TEST_P(DeliveryTeardownTest, LateMessagesAreDroppedInSilence) {
 
 TEST_P(DeliveryTeardownTest, DestroyInsideACallbackReturnsAndEndsTheDelivery) {
   int calls = 0;
-  t_in_callback = [&] {
+  DeliverWith(GetParam(), [&] {
     ++calls;
     DestroyEverything();
-  };
-  Deliver(GetParam());
+  });
   EXPECT_EQ(nullptr, api);
   Deliver(GetParam());
   EXPECT_EQ(1, calls);
@@ -137,33 +118,31 @@ TEST_P(DeliveryTeardownTest, DestroyInsideACallbackReturnsAndEndsTheDelivery) {
 
 TEST_P(DeliveryTeardownTest, DestroyInsideACallbackKeepsAnObjectThatTheFrameworkForgets) {
   const std::weak_ptr<Service::AsyncCallbacks> object = framework.CallbacksOf(HandleOf(GetParam()));
-  t_in_callback = [&] {
+  DeliverWith(GetParam(), [&] {
     framework.DropCallbacks();
     DestroyEverything();
     EXPECT_FALSE(object.expired());
-  };
-  Deliver(GetParam());
+  });
   EXPECT_EQ(nullptr, api);
   EXPECT_TRUE(object.expired());
 }
 
 TEST_P(DeliveryTeardownTest, DestroyInsideANestedDeliveryEndsBoth) {
   int calls = 0;
-  t_in_callback = [&] {
+  DeliverWith(GetParam(), [&] {
     if (++calls == 1) {
-      Deliver(Way::kRearSample);
+      Deliver(DataWay::kRearSample);
     } else {
       framework.DropCallbacks();
       DestroyEverything();
     }
-  };
-  Deliver(GetParam());
+  });
   EXPECT_EQ(2, calls);
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
 /// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another.
-void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, Way probe) {
+void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, DataWay probe) {
   HoldPoint callback;
   std::atomic<bool> ended{false};
   Gate destroyed;
@@ -196,15 +175,15 @@ void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, Wa
 }
 
 TEST_P(DeliveryTeardownTest, DestroyWaitsForADeliveryThatHasBegun) {
-  ExpectToWait([&] { HylSpectralApi::Destroy(&api); }, Way::kRearSample);
+  ExpectToWait([&] { HylSpectralApi::Destroy(&api); }, DataWay::kRearSample);
 }
 
 TEST_P(DeliveryTeardownTest, DestroyInsideACallbackWaitsForOtherThreads) {
   const auto destroy_in_callback = [&] {
     t_in_callback = [&] { HylSpectralApi::Destroy(&api); };
-    Deliver(Way::kRearSample);
+    Deliver(DataWay::kRearSample);
   };
-  ExpectToWait(destroy_in_callback, Way::kFlickerData);
+  ExpectToWait(destroy_in_callback, DataWay::kFlickerData);
 }
 
 TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {

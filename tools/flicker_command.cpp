@@ -22,7 +22,7 @@ namespace {
 
 constexpr uint32_t kUsualRateHz = 24000;  // where a sensor states none
 constexpr size_t kMaxWindow = 1U << 20U;  // bounds the memory for a sensor of any rate
-// Samples of a start are not kept for longer: automatic gain may still be finding its level.
+// Automatic gain may take this long to find its level; what comes before is not analysed.
 constexpr double kSettlingTime = 0.1;      // s
 constexpr double kShortestStretch = 0.02;  // s; less tells nothing about flicker of the mains
 

@@ -54,7 +54,8 @@ class RunTimer {
 };
 
 /// Passes the entries of `queue` to `handle`, which returns whether it wants more, until the run
-/// ends. Flushes the output whenever the queue has been emptied.
+/// ends. Flushes the output after each, so that neither a signal nor the output waits for a
+/// backlog.
 template <typename T, typename Handle>
 RunEnd Pump(const Context& context, BoundedQueue<T>& queue, const RunLimits& limits,
             Handle handle) {
@@ -64,13 +65,13 @@ RunEnd Pump(const Context& context, BoundedQueue<T>& queue, const RunLimits& lim
     if (wake == Wake::kInterrupted) {
       return RunEnd::kInterrupted;
     }
-    while (std::optional<T> entry = queue.Pop()) {
+    if (std::optional<T> entry = queue.Pop()) {
       timer.DataCame();
       if (!handle(*std::move(entry))) {
         return RunEnd::kEnough;
       }
+      context.out.Flush();
     }
-    context.out.Flush();
     if (const auto end = timer.Reached()) {
       return *end;
     }

@@ -69,7 +69,7 @@ inline host::SensorEventPtr Chain(const std::vector<Event>& events) {
   host::SensorEventPtr chain;
   for (auto event = events.rbegin(); event != events.rend(); ++event) {
     chain = host::MakeSensorEvent(static_cast<SensorEventType>(event->type), event->timestamp,
-                                  event->values, std::move(chain));
+                                  event->values, chain);
   }
   return chain;
 }

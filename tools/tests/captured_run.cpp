@@ -5,6 +5,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -62,13 +63,18 @@ std::string Content(const FileDescriptor& file) {
   return ReadAll(file.get());
 }
 
-/// Takes what interrupted the run, lest it interrupt the next one too.
-void ClearPendingSignals() {
+sigset_t InterruptingSignals() {
   sigset_t set;
   sigemptyset(&set);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     sigaddset(&set, number);
   }
+  return set;
+}
+
+/// Takes what interrupted the run, lest it interrupt the next one too.
+void ClearPendingSignals() {
+  const sigset_t set = InterruptingSignals();
   const timespec at_once = {};
   while (sigtimedwait(&set, nullptr, &at_once) > 0) {
   }
@@ -80,10 +86,9 @@ int RunWith(const std::string& arguments) {
   for (std::string word; split >> word;) {
     words.push_back(word);
   }
-  std::vector<char*> argv;
-  for (std::string& word : words) {
-    argv.push_back(word.data());
-  }
+  std::vector<char*> argv(words.size());
+  std::transform(words.begin(), words.end(), argv.begin(),
+                 [](std::string& word) { return word.data(); });
   return RunTool(static_cast<int>(argv.size()), argv.data());
 }
 
@@ -106,6 +111,11 @@ RunResult RunCaptured(const std::string& arguments) {
   RunResult result = RunInto(out.get(), arguments);
   result.out = Content(out);
   return result;
+}
+
+void BlockSignals() {
+  const sigset_t set = InterruptingSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
 Pipe::Pipe() {

@@ -21,6 +21,10 @@ RunResult RunCaptured(const std::string& arguments);
 /// The same with another standard output.
 RunResult RunInto(int out, const std::string& arguments);
 
+/// Lets the signals that interrupt the tool wait for a run, from the calling thread's point of
+/// view.
+void BlockSignals();
+
 struct Pipe {
   Pipe();
   FileDescriptor reader;

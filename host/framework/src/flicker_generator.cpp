@@ -31,10 +31,11 @@ std::optional<FlickerGenerator::Chunk> FlickerGenerator::Next(const LightScene& 
                                                               const FlickerFrontEnd& front_end) {
   if (repeat_) return std::exchange(repeat_, std::nullopt);
   const uint64_t number = chunk_count_++;
+  if (IsFresh(number)) packer_.StartAfresh();
   Chunk chunk;
   chunk.bytes = packer_.Pack(Measure(scene, front_end), EndOf(number));
   chunk.offset = offset_;
-  chunk.restart = number == 0;
+  chunk.restart = IsFresh(number);
   chunk.saturated = adc_.Saturated();
   offset_ += static_cast<uint32_t>(chunk.bytes.size());
   if (IsLost(number)) return std::nullopt;
@@ -59,7 +60,8 @@ std::vector<int32_t> FlickerGenerator::Measure(const LightScene& scene,
 
 FlickerPacker::ChunkEnd FlickerGenerator::EndOf(uint64_t chunk) const {
   if (chunk != 0 && chunk == faults_.unreadable_chunk) return FlickerPacker::ChunkEnd::kBroken;
-  const bool begun = chunk % 3 == 1 && !IsFaulty(chunk) && !IsFaulty(chunk + 1);
+  const bool begun =
+      chunk % 3 == 1 && !IsFresh(chunk + 1) && !IsFaulty(chunk) && !IsFaulty(chunk + 1);
   return begun ? FlickerPacker::ChunkEnd::kBegun : FlickerPacker::ChunkEnd::kWhole;
 }
 

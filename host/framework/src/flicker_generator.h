@@ -29,12 +29,14 @@ class FlickerGenerator {
  public:
   static constexpr size_t kSamplesPerChunk = kFlickerSampleRateHz / 100;
   static constexpr size_t kMaxHistory = size_t{1} << 20;
+  /// A client that missed a chunk has the right level again after this many at most.
+  static constexpr uint64_t kChunksPerRestart = 10;
 
   struct Chunk {
     std::vector<uint8_t> bytes;
     /// Of the first byte in the sensor's data stream, in which lost chunks count; wraps at 2^32.
     uint32_t offset = 0;
-    bool restart = false;  ///< true for the first chunk
+    bool restart = false;  ///< true for the first chunk and every kChunksPerRestart-th
     int saturated = 0;     ///< samples that met the limits of the range
   };
 
@@ -59,6 +61,7 @@ class FlickerGenerator {
  private:
   std::vector<int32_t> Measure(const LightScene& scene, const FlickerFrontEnd& front_end);
   FlickerPacker::ChunkEnd EndOf(uint64_t chunk) const;
+  static bool IsFresh(uint64_t chunk) { return chunk % kChunksPerRestart == 0; }
   bool IsLost(uint64_t chunk) const;
   bool IsFaulty(uint64_t chunk) const;
 

@@ -24,6 +24,9 @@ class FlickerPacker {
 
   /// Width of the samples to be packed, in bits.
   int SampleBits() const;
+  /// The next chunk begins with the sample itself, not its difference from the one before. That
+  /// one's chunk must have ended kWhole.
+  void StartAfresh() { last_sample_ = 0; }
   /// Packs one chunk; an even number of samples. Bits above SampleBits() are left out.
   std::vector<uint8_t> Pack(std::span<const int32_t> samples, ChunkEnd end);
 

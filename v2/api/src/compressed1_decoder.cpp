@@ -36,9 +36,9 @@ constexpr WindowTable kWindows = [] {
     for (; ((stops >> byte) & 3) != 0; ++lane) {
       const bool one_byte = ((stops >> byte) & 1) != 0;
       table.sign[stops][lane] = one_byte ? 0x40 : 0x2000;
-      table.shuffle[stops][2U * lane] = byte++;
+      table.shuffle[stops][size_t{2} * lane] = byte++;
       if (!one_byte) {
-        table.shuffle[stops][2U * lane + 1] = byte++;
+        table.shuffle[stops][size_t{2} * lane + 1] = byte++;
       }
     }
   }
@@ -126,7 +126,7 @@ struct Decoder : Compressed1Cursor {
                             (groups >> 2 & 0x7F << 14) | (groups >> 3 & 0x7F << 21);
     const unsigned unused = 32 - 7 * bytes;
     sums += static_cast<uint32_t>(static_cast<int32_t>(joined << unused) >> unused);
-    *out++ = static_cast<int32_t>(sums[0] << left);
+    *out++ = static_cast<int32_t>(sums[0] << left) >> right;
     return bytes;
   }
 
@@ -151,8 +151,8 @@ struct Decoder : Compressed1Cursor {
     const U32Lanes last =
         sums + As<U32Lanes>(__builtin_shufflevector(all, sign, 4, 12, 5, 13, 6, 14, 7, 15));
     sums = __builtin_shufflevector(last, last, 3, 3, 3, 3);
-    WriteFour(As<S32Lanes>(first << left), 0, count);
-    WriteFour(As<S32Lanes>(last << left), 4, count);
+    WriteFour(As<S32Lanes>(first << left) >> right, 0, count);
+    WriteFour(As<S32Lanes>(last << left) >> right, 4, count);
     out += count;
   }
 };

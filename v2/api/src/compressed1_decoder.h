@@ -13,7 +13,9 @@ struct Compressed1Cursor {
   int32_t* out = nullptr;
   int32_t* out_end = nullptr;
   int32_t sum = 0;  ///< of all differences so far; wraps
-  int left = 0;     ///< bits by which a sum is shifted to make a sample; 0 to 31
+  // Bits by which a sum is shifted to make a sample, 0 to 31; one of them is 0.
+  int left = 0;
+  int right = 0;
 
   size_t BytesLeft() const { return static_cast<size_t>(end - next); }
   size_t RoomLeft() const { return static_cast<size_t>(out_end - out); }

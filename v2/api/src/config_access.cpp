@@ -57,8 +57,11 @@ HylErr HylSpectralImpl::Access(const RlsMsgAccessReq& request) {
   const HylErr err =
       Send(spectral::kConfigHandle, RequestType::kRlsMsgAccess, request, rear_callbacks_);
   if (err != HylErr::kOk) {
-    const std::lock_guard lock(rear_callbacks_->reply_mutex);
-    reply_ledger_.NoteRefused();
+    {
+      const std::lock_guard lock(rear_callbacks_->reply_mutex);
+      reply_ledger_.NoteRefused();
+    }
+    rear_callbacks_->reply_cv.notify_one();  // one reply less to wait for
   }
   return err;
 }

@@ -43,34 +43,42 @@ uint32_t PlaceOne(const FixedPacking& packing, const uint8_t* data, size_t i) {
   return container << (32 - 8 * packing.bytes);
 }
 
-}  // namespace
-
-void UnpackFixed(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
-  const size_t len = count * packing.bytes;
-  if (!kHasByteShuffle || len < kLoaded) {
-    for (size_t i = 0; i < count; ++i) {
-      const uint32_t sample = (PlaceOne(packing, data, i) & packing.mask) << packing.left;
-      out[i] = static_cast<int32_t>(sample) >> packing.right;
-    }
-    return;
-  }
+/// The bulk of the work, in registers; left shifts, which are rare, only on demand.
+template <bool kShiftLeft>
+void UnpackLanes(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
   const auto unpack = [mask = packing.mask, left = packing.left, right = packing.right](
                           const uint8_t* from, U8Lanes shuffle, int32_t* to) {
-    const auto containers = As<U32Lanes>(ShuffleBytes(Load<U8Lanes>(from), shuffle));
-    const S32Lanes samples = As<S32Lanes>((containers & mask) << left) >> right;
+    const auto containers = As<U32Lanes>(ShuffleBytes(Load<U8Lanes>(from), shuffle)) & mask;
+    const S32Lanes samples = As<S32Lanes>(kShiftLeft ? containers << left : containers) >> right;
     std::memcpy(to, &samples, sizeof(samples));
   };
   const auto shuffle = Load<U8Lanes>(ShuffleFor(packing));
   const size_t four = 4 * packing.bytes;
-  const uint8_t* const last = data + len - kLoaded;
-  int32_t* const out_end = out + count;
-  for (; data < last; data += four, out += 4) {
-    unpack(data, shuffle, out);
+  const size_t whole = kWholeInLoaded[packing.bytes];
+  const uint8_t* const last = data + count * packing.bytes - kLoaded;
+  const size_t groups = (count - whole + 3) / 4;
+#pragma GCC unroll 4
+  for (size_t i = 0; i < groups; ++i) {
+    unpack(data + four * i, shuffle, out + 4 * i);
   }
   // The last 16 bytes end with 4 to 8 whole containers, most of which are still to be unpacked.
-  const size_t whole = kWholeInLoaded[packing.bytes];
-  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - whole * packing.bytes), out_end - whole);
-  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - four), out_end - 4);
+  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - whole * packing.bytes),
+         out + count - whole);
+  unpack(last, shuffle + static_cast<uint8_t>(kLoaded - four), out + count - 4);
+}
+
+}  // namespace
+
+void UnpackFixed(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
+  if (kHasByteShuffle && count * packing.bytes >= kLoaded) {
+    packing.left != 0 ? UnpackLanes<true>(packing, data, count, out)
+                      : UnpackLanes<false>(packing, data, count, out);
+    return;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    const uint32_t sample = (PlaceOne(packing, data, i) & packing.mask) << packing.left;
+    out[i] = static_cast<int32_t>(sample) >> packing.right;
+  }
 }
 
 }  // namespace hyl::v2::spectral

@@ -81,12 +81,12 @@ void HylSpectralImpl::FlickerDataMsg(uint64_t cookie, const FlickerDataResp* mes
       return;
     }
     SampleConverter& converter = session->converter;
-    const uint32_t seq_num = converter.GetSeqNum(message->offset);
     if (message->data == nullptr) {
       HYL_LOG(ERROR, "HYL_SpAPI: Flicker data msg without data (size:%zu)",
               static_cast<size_t>(message->size));
       return;
     }
+    const uint32_t seq_num = converter.GetSeqNum(message->offset);
     if (!converter.Convert(message->data, message->size, message->restart)) {
       return;
     }

@@ -52,8 +52,8 @@ inline U8Lanes ShuffleBytes(U8Lanes bytes, U8Lanes indices) {
 }
 #else
 inline constexpr bool kHasByteShuffle = false;
-inline U8Lanes ShuffleBytes(U8Lanes, U8Lanes) {
-  return {};
+inline U8Lanes ShuffleBytes(U8Lanes bytes, U8Lanes) {
+  return bytes;
 }
 #endif
 

@@ -151,7 +151,7 @@ bool SampleConverter::GetUncompressed1Sample(const uint8_t* data, size_t len, in
     if ((byte & kStop) != 0) {
       const int unused = 32 - 7 * (group + 1);
       out = static_cast<int32_t>(payload << unused) >> unused;
-      bit_pos_ += 8 * (group + 1);
+      bit_pos_ += int64_t{8} * (group + 1);
       return true;
     }
   }
@@ -192,16 +192,15 @@ void SampleConverter::DecodeBulk(const uint8_t* data, size_t len, size_t& decode
   if (first >= len || decoded >= out_capacity_ || right_shift_ < -31) {
     return;
   }
-  Compressed1Cursor cursor{.next = data + first,
-                           .end = data + len,
-                           .out = out_buf_ + decoded,
-                           .out_end = out_buf_ + out_capacity_,
-                           .sum = accumulator_,
-                           .left = std::max(-right_shift_, 0)};
+  Compressed1Cursor cursor{
+      .next = data + first,
+      .end = data + len,
+      .out = out_buf_ + decoded,
+      .out_end = out_buf_ + decoded + std::min(out_capacity_ - decoded, len - first),
+      .sum = accumulator_,
+      .left = std::max(-right_shift_, 0),
+      .right = std::clamp<int>(right_shift_, 0, 31)};
   DecodeCompressed1(cursor);
-  for (int32_t* out = out_buf_ + decoded; right_shift_ > 0 && out < cursor.out; ++out) {
-    *out = ShiftRight(*out, right_shift_);
-  }
   bit_pos_ = 8 * (cursor.next - data);
   accumulator_ = cursor.sum;
   decoded = static_cast<size_t>(cursor.out - out_buf_);

@@ -80,29 +80,28 @@ struct SensorInfoMgr::Discovered {
   }
 };
 
-std::unique_ptr<Api> SensorInfoMgr::FetchCompleteList(std::vector<SensorListEntry>& list) {
-  std::unique_ptr<Api> api;
+bool SensorInfoMgr::FetchCompleteList(std::unique_ptr<Api>& api,
+                                      std::vector<SensorListEntry>& list) {
   for (int attempt = 0; attempt < kDiscoveryAttempts; ++attempt) {
     api = Api::Create(ClientType::kSpectral);
     if (api != nullptr) {
       list = api->GetSensorList();
       if (IsComplete(list)) {
-        return api;
+        return true;
       }
     }
     std::this_thread::sleep_for(kDiscoveryInterval);
   }
-  return nullptr;
+  return false;
 }
 
 void SensorInfoMgr::GetOpticalSensors() const {
   if (Found()) {
     return;
   }
+  std::unique_ptr<Api> api;  // outlives the list: the framework may tie that to its client
   std::vector<SensorListEntry> list;
-  // Kept until the list is published: the framework may tie the list to its client.
-  const std::unique_ptr<Api> api = FetchCompleteList(list);
-  if (api == nullptr) {
+  if (!FetchCompleteList(api, list)) {
     HYL_LOG(ERROR, "HYL_SpAPI: Failed to create HYL API instance");
     return;
   }

@@ -98,6 +98,9 @@ void SpectralCallbacks::HandleSample(const SampleMessage& message) {
 }
 
 void SpectralCallbacks::HandleEvents(const EventMessage& message, const Delivery& delivery) {
+  if (message.event_count == 0) {
+    return;
+  }
   refcount::reffed_ptr<const RefCountedSensorEvent> event = message.events;
   for (uint64_t left = message.event_count; left > 0 && event; --left) {
     if (!HandleEvent(*event) || !delivery.open()) {

@@ -7,7 +7,8 @@
 namespace hyl::v2::spectral {
 
 /// Lets deliveries into a callback object until it is closed, and lets the closer wait until those
-/// that got in have ended. All operations are safe on any thread.
+/// that got in have ended. All operations are safe on any thread. The framework keeps the gate's
+/// owner alive while it delivers; a delivery inside which Drain was called does so itself.
 class alignas(64) DeliveryGate {  // a cache line of its own: sensors deliver side by side
  public:
   /// A delivery under way on the calling thread. Lives on the stack of OnResponse, around all that

@@ -10,6 +10,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// How an ambient-light sensor reports.
 enum class SensorReportingMode : uint32_t {
   kContinuous = 1,  ///< once a sampling period
@@ -56,14 +58,14 @@ struct FlickerFrequencyMetrics {
 /// Discovery. The first operation that needs the sensor list asks the framework for it, and blocks
 /// for as long as the framework's list is not complete, about 5 s at most. This is repeated until a
 /// list with an optical sensor has been seen, and never after.
-class [[gnu::visibility("default")]] HylSpectralApi {
+class HylSpectralApi {
  public:
   /// Makes an instance and stores its address in `*out`, which must not be null.
   ///
   /// Returns kOk always, also when the framework cannot be reached; the log says so then.
   /// `callback` receives the sensor data; it is borrowed until Destroy, and may be null: data is
   /// dropped then. `level` is not interpreted. Sends nothing to the framework and does not wait.
-  static HylErr Create(HylSpectralApi * *out, HylSpectralApiCallbackInterface * callback,
+  static HylErr Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
                        HylLogLevel level);
 
   /// Ends the instance `*p` and sets `*p` to null. Does nothing when `p` or `*p` is null.
@@ -76,7 +78,7 @@ class [[gnu::visibility("default")]] HylSpectralApi {
   /// No other operation of the instance may be under way on another thread, one that was called
   /// inside a callback excepted. The client must not hold a lock that its callbacks take. Running
   /// sensors are not stopped: disable them first.
-  static void Destroy(HylSpectralApi * *p);
+  static void Destroy(HylSpectralApi** p);
 
   /// Names of the ambient-light sensors, in the framework's order; the caller owns the result.
   /// Blocks for discovery.
@@ -125,8 +127,9 @@ class [[gnu::visibility("default")]] HylSpectralApi {
   /// receives the session's id.
   ///
   /// Returns kNotFound, kAlreadyRunning, kNoSession, kFailed or the framework's code as
-  /// EnableAmbientLightSensor does. Blocks for discovery, for other control operations and for a
-  /// running conversion.
+  /// EnableAmbientLightSensor does. After kNoSession the sensor has been stopped but still counts
+  /// as running: enabling it again returns kAlreadyRunning. Blocks for discovery, for other control
+  /// operations and for a running conversion.
   virtual HylErr EnableFlickerSensor(const char* name, int* buffer, size_t size, uint8_t out_bits,
                                      uint32_t& session_id) = 0;
 
@@ -150,11 +153,11 @@ class [[gnu::visibility("default")]] HylSpectralApi {
   /// null. Values and units are the device's.
   ///
   /// The operations with an out pointer send one request and wait for its reply; waiting operations
-  /// of an instance take turns, and each waits 5 s at most. They return kOk and fill the out
-  /// values; kNullPointer when an out pointer is null, before anything is sent; kFailed when no
-  /// reply came in time; or the framework's code. The out values are written on kOk only. Inside a
-  /// callback they can only end by their time limit, when the framework delivers replies on the
-  /// calling thread.
+  /// of an instance take turns, and each waits about 5 s at most in its turn. They return kOk and
+  /// fill the out values; kNullPointer when an out pointer is null, before anything is sent;
+  /// kFailed when no reply came in time; or the framework's code. The out values are written on kOk
+  /// only. Inside a callback they can only end by their time limit, when the framework delivers
+  /// replies on the calling thread.
   ///
   /// The operations without an out pointer send one request and do not wait. They return kOk when
   /// the framework has accepted it, or the framework's code. They are safe inside a callback.
@@ -212,5 +215,7 @@ class [[gnu::visibility("default")]] HylSpectralApi {
   // Last, so that the operations above keep their slots. Call Destroy, not delete.
   virtual ~HylSpectralApi();
 };
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

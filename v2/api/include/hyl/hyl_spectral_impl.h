@@ -164,7 +164,7 @@ class HylSpectralImpl final : public HylSpectralApi {
 
   spectral::ReplyLedger reply_ledger_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex);
   /// Held by a configuration operation that waits, from before it sends until it has its result.
-  std::mutex config_turn_mutex_;
+  std::mutex config_turn_mutex_ HYL_ACQUIRED_BEFORE(rear_callbacks_->reply_mutex);
 };
 
 }  // namespace hyl::v2

@@ -42,7 +42,15 @@ class ReplyLedger {
   /// Whether as many replies have come as there were requests when sent() was `sent`.
   bool SettledUpTo(uint64_t sent) const { return settled_ >= sent; }
   /// Expects no more replies to the first `sent` requests.
-  void ForgetUpTo(uint64_t sent) { settled_ = std::max(settled_, sent); }
+  void ForgetUpTo(uint64_t sent) {
+    if (settled_ < sent) {
+      settled_ = sent;
+      forgot_ = true;
+    }
+  }
+  /// Whether no reply is owed. Never again once a request has been given up: its late reply would
+  /// be taken for another's.
+  bool AllSettled() const { return !forgot_ && settled_ == sent_; }
 
  private:
   void NoteSettled() { settled_ = std::min(settled_ + 1, sent_); }  // a reply too many counts not
@@ -50,6 +58,7 @@ class ReplyLedger {
   uint64_t sent_ = 0;
   uint64_t settled_ = 0;  // requests answered, refused or given up; at most sent_
   uint64_t handled_ = 0;
+  bool forgot_ = false;
   RlsAccess awaited_access_{};
   RlsCommand awaited_command_{};
   bool awaited_seen_ = false;

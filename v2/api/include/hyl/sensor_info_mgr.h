@@ -45,7 +45,7 @@ class SensorInfoMgr {
   struct Discovered;
 
   bool Found() const { return als_found_ || flicker_found_; }
-  static std::unique_ptr<Api> FetchCompleteList(std::vector<SensorListEntry>& list);
+  static bool FetchCompleteList(std::unique_ptr<Api>& api, std::vector<SensorListEntry>& list);
   void Publish(Discovered& discovered) const HYL_EXCLUDES(mutex_);
   void Dump_locked() const HYL_REQUIRES(mutex_);
 

@@ -11,6 +11,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// Names a kind of client to the framework.
 enum class ClientType : uint32_t {
   kSpectral = 10,
@@ -18,7 +20,7 @@ enum class ClientType : uint32_t {
 
 /// A client's connection to the sensor framework. All operations may be called from several
 /// threads at once.
-class [[gnu::visibility("default")]] Api {
+class Api {
  public:
   /// Connects to the framework. Empty when the framework cannot be reached.
   static std::unique_ptr<Api> Create(ClientType type);
@@ -36,5 +38,7 @@ class [[gnu::visibility("default")]] Api {
 
   virtual ~Api() = default;
 };
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -7,6 +7,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// How flicker samples are packed. 2, 3 and 4 are the bytes of one uncompressed sample.
 enum class FlickerFormatSampleWidth : int32_t {
   kUncompressed2 = 2,
@@ -17,7 +19,7 @@ enum class FlickerFormatSampleWidth : int32_t {
 };
 
 /// Announces the packing of the flicker data that follows.
-class [[gnu::visibility("default")]] FlickerFormatResp : public Message {
+class FlickerFormatResp : public Message {
  public:
   uint8_t unused8[4] = {};
   uint32_t format_param = 0;
@@ -29,7 +31,7 @@ class [[gnu::visibility("default")]] FlickerFormatResp : public Message {
 };
 
 /// Delivers one chunk of packed flicker samples.
-class [[gnu::visibility("default")]] FlickerDataResp : public Message {
+class FlickerDataResp : public Message {
  public:
   uint8_t unused8[4] = {};
   uint32_t offset = 0;  ///< of this chunk in the sensor's data stream, in bytes
@@ -79,5 +81,7 @@ static_assert(offsetof(FlickerDataResp, aux8_1) == 76);
 static_assert(offsetof(FlickerDataResp, auxf_1) == 80);
 
 #pragma GCC diagnostic pop
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -1,25 +1,22 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// The framework's owned, NUL-terminated string. All bytes zero is a valid empty string.
 ///
 /// Not thread-safe: a string shared between threads needs its owner's lock.
-class [[gnu::visibility("default")]] HylString {
+class HylString {
  public:
   HylString() = default;
-  HylString(const HylString& other) {
-    assign(other.chars_);
-  }
-  HylString(HylString && other) noexcept {
-    Swap(other);
-  }
-  ~HylString() {
-    clear();
-  }
+  HylString(const HylString& other) { assign(other.chars_); }
+  HylString(HylString&& other) noexcept { Swap(other); }
+  ~HylString() { clear(); }
 
   HylString& operator=(const HylString& other) {
     if (this != &other) {
@@ -40,33 +37,28 @@ class [[gnu::visibility("default")]] HylString {
   void appendf(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
   /// The characters, or null when the string is empty.
-  const char* data() const {
-    return chars_;
-  }
+  const char* data() const { return chars_; }
   /// The characters, or "" when the string is empty. Never null.
-  const char* c_str() const {
-    return chars_ != nullptr ? chars_ : "";
-  }
+  const char* c_str() const { return chars_ != nullptr ? chars_ : ""; }
   /// Number of characters before the terminating NUL.
-  size_t size() const {
-    return size_;
-  }
-  bool empty() const {
-    return size_ == 0;
-  }
+  size_t size() const { return std::strlen(c_str()); }
+  bool empty() const { return chars_ == nullptr; }
 
  private:
-  void Swap(HylString & other) noexcept {
+  void Swap(HylString& other) noexcept {
     std::swap(chars_, other.chars_);
     std::swap(size_, other.size_);
     std::swap(capacity_, other.capacity_);
   }
 
   char* chars_ = nullptr;
+  // Used by the framework's functions alone.
   size_t size_ = 0;
-  size_t capacity_ = 0;  // used by the framework's functions alone
+  size_t capacity_ = 0;
 };
 
 static_assert(sizeof(HylString) == 24);
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

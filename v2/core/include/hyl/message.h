@@ -4,6 +4,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// Type codes of the framework's messages. A reply carries the code of the request it answers.
 enum class MessageType : uint8_t {
   kStartOnChangeSamplingResp = 2,
@@ -18,7 +20,7 @@ enum class MessageType : uint8_t {
 
 /// Everything that the framework delivers. Owned by the framework and valid only during the
 /// callback that delivers it.
-class [[gnu::visibility("default")]] Message {
+class Message {
  public:
   virtual ~Message();
   /// The message's type code: a MessageType, or a value that has no name there.
@@ -26,5 +28,7 @@ class [[gnu::visibility("default")]] Message {
 };
 
 static_assert(sizeof(Message) == sizeof(void*));
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

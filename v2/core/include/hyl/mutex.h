@@ -4,12 +4,14 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// The framework's mutex. Meets the standard's Lockable requirements; not recursive.
 class
 #if defined(__clang__)
     __attribute__((capability("mutex")))
 #endif
-    [[gnu::visibility("default")]] Mutex {
+    Mutex {
  public:
   Mutex();
   ~Mutex();
@@ -38,5 +40,7 @@ class
  private:
   pthread_mutex_t native_;
 };
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

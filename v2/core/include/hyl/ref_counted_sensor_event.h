@@ -8,6 +8,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// What a RefCountedSensorEvent carries.
 enum class SensorEventType : uint8_t {
   kSpectralSample = 1,
@@ -16,7 +18,7 @@ enum class SensorEventType : uint8_t {
 
 /// A framework-owned sensor event, chained into lists. `value_count` floats follow the record
 /// itself. An event that the framework has handed out does not change, its count aside.
-class [[gnu::visibility("default")]] RefCountedSensorEvent {
+class RefCountedSensorEvent {
  public:
   /// Takes a reference. More than 255 at a time end the process.
   void Ref() const {
@@ -28,9 +30,7 @@ class [[gnu::visibility("default")]] RefCountedSensorEvent {
   void Unref() const;
 
   /// The first of `value_count` values.
-  const float* values() const {
-    return reinterpret_cast<const float*>(this + 1);
-  }
+  const float* values() const { return reinterpret_cast<const float*>(this + 1); }
 
   const RefCountedSensorEvent* next = nullptr;  ///< next event of the chain, or null
   mutable std::atomic<uint8_t> ref_count{0};
@@ -48,5 +48,7 @@ static_assert(offsetof(RefCountedSensorEvent, ref_count) == 8);
 static_assert(offsetof(RefCountedSensorEvent, event_type) == 9);
 static_assert(offsetof(RefCountedSensorEvent, value_count) == 11);
 static_assert(offsetof(RefCountedSensorEvent, timestamp) == 16);
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

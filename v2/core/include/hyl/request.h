@@ -7,6 +7,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// The kind of a request: the second argument of Api::InvokeAsyncServiceCall.
 enum class RequestType : uint32_t {
   kStartOnChangeSampling = 2,
@@ -17,7 +19,7 @@ enum class RequestType : uint32_t {
 
 /// Common base of the request records. A record is built by the caller, read by the framework
 /// during one InvokeAsyncServiceCall, and not kept. Every byte of a new record is zero.
-class [[gnu::visibility("default")]] Request : public HeapAllocable {
+class Request : public HeapAllocable {
  public:
   virtual ~Request();
 
@@ -26,7 +28,7 @@ class [[gnu::visibility("default")]] Request : public HeapAllocable {
 };
 
 /// Stops the sampling that the request with the same client id started.
-class [[gnu::visibility("default")]] StopSamplingReq : public Request {
+class StopSamplingReq : public Request {
  public:
   ~StopSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -37,7 +39,7 @@ class [[gnu::visibility("default")]] StopSamplingReq : public Request {
 };
 
 /// Starts sampling that reports when the measured value changes.
-class [[gnu::visibility("default")]] StartOnChangeSamplingReq : public Request {
+class StartOnChangeSamplingReq : public Request {
  public:
   ~StartOnChangeSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -59,7 +61,7 @@ class [[gnu::visibility("default")]] StartOnChangeSamplingReq : public Request {
 };
 
 /// Starts sampling that reports once a period.
-class [[gnu::visibility("default")]] StartContinuousSamplingReq : public Request {
+class StartContinuousSamplingReq : public Request {
  public:
   ~StartContinuousSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -119,5 +121,7 @@ static_assert(offsetof(StartContinuousSamplingReq, option_flag) == 48);
 static_assert(offsetof(StartContinuousSamplingReq, is_wake_up) == 49);
 
 #pragma GCC diagnostic pop
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -8,6 +8,8 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// Direction of a configuration access.
 enum class RlsAccess : uint8_t {
   kRead = 0,
@@ -35,7 +37,7 @@ enum class RlsCommand : uint8_t {
 
 /// Reads or writes one sensor setting. The fields after `command` are the arguments; which of them
 /// count depends on the command.
-class [[gnu::visibility("default")]] RlsMsgAccessReq : public Request {
+class RlsMsgAccessReq : public Request {
  public:
   ~RlsMsgAccessReq() override;
 
@@ -66,7 +68,7 @@ class [[gnu::visibility("default")]] RlsMsgAccessReq : public Request {
 
 /// Reply to a RlsMsgAccessReq. `access` and `command` repeat the request's. The switches are bytes
 /// here: any value but 0 means on.
-class [[gnu::visibility("default")]] RlsMsgAccessResp : public Message {
+class RlsMsgAccessResp : public Message {
  public:
   uint8_t unused8[2] = {};
   RlsAccess access{};
@@ -119,5 +121,7 @@ static_assert(kHasRlsArgumentLayout<RlsMsgAccessReq>);
 static_assert(kHasRlsArgumentLayout<RlsMsgAccessResp>);
 
 #pragma GCC diagnostic pop
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

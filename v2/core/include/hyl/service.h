@@ -5,13 +5,15 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// The framework's service side, as seen by a client.
-class [[gnu::visibility("default")]] Service {
+class Service {
  public:
   /// Receives the replies to a client's requests, and the messages of the sensors that these
   /// started. Called on the framework's threads only, never from inside InvokeAsyncServiceCall,
   /// possibly by several threads at once.
-  class [[gnu::visibility("default")]] AsyncCallbacks {
+  class AsyncCallbacks {
    public:
     /// `message` is valid only during the call.
     virtual void OnResponse(const Message* message) = 0;
@@ -21,5 +23,7 @@ class [[gnu::visibility("default")]] Service {
     virtual void OnAuxiliaryEvent() {}
   };
 };
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -9,9 +9,11 @@
 
 namespace hyl::v2 {
 
+#pragma GCC visibility push(default)
+
 /// The part of Vector that does not depend on the element type. The framework implements it once
 /// for all element types and reaches the elements through the three virtual operations.
-class [[gnu::visibility("default")]] VectorBase : public HeapAllocable {
+class VectorBase : public HeapAllocable {
  public:
   VectorBase(const VectorBase&) = delete;
   VectorBase& operator=(const VectorBase&) = delete;
@@ -36,7 +38,7 @@ class [[gnu::visibility("default")]] VectorBase : public HeapAllocable {
   /// where its element operations still exist.
   void DestroyVector(size_t elem_size);
 
-  void Swap(VectorBase & other) noexcept {
+  void Swap(VectorBase& other) noexcept {
     std::swap(data_, other.data_);
     std::swap(count_, other.count_);
     std::swap(reserved_, other.reserved_);
@@ -45,9 +47,23 @@ class [[gnu::visibility("default")]] VectorBase : public HeapAllocable {
   void* data_ = nullptr;
   size_t count_ = 0;
   size_t reserved_ = 0;  // used by VectorBase's own functions alone
+
+ private:
+  struct LayoutCheck;
 };
 
-static_assert(sizeof(VectorBase) == 32);
+// Offsets in classes with virtual operations are well-defined for g++ and clang++.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+
+struct VectorBase::LayoutCheck {
+  static_assert(sizeof(VectorBase) == 32);
+  static_assert(offsetof(VectorBase, data_) == 8);
+  static_assert(offsetof(VectorBase, count_) == 16);
+  static_assert(offsetof(VectorBase, reserved_) == 24);
+};
+
+#pragma GCC diagnostic pop
 
 /// The framework's growable array on heap `H`.
 ///
@@ -94,5 +110,7 @@ class Vector final : public VectorBase {
 };
 
 static_assert(sizeof(Vector<float>) == sizeof(VectorBase));
+
+#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -25,8 +25,9 @@ struct FlickerPacking {
 /// The sensor knows nothing of its losses: it goes on counting bytes and, in compressed-1, writing
 /// each sample as the difference from the one before. So a client of compressed-1 is off by a
 /// constant after a lost chunk (by what the lost differences come to) and after a repeated one,
-/// until the sensor is started anew. It never loses its place between values, because no value
-/// reaches into or out of a lost, repeated or unreadable chunk.
+/// until the stream starts afresh: every tenth chunk carries the restart flag and an absolute
+/// value. It never loses its place between values, because no value reaches into or out of a lost,
+/// repeated or unreadable chunk.
 struct FlickerFaults {
   /// Every n-th chunk is measured but not delivered (chunks n - 1, 2n - 1, ...); 1 delivers none, 0
   /// all. A chunk that is lost is not repeated.
