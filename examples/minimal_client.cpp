@@ -1,4 +1,4 @@
-// Lists the ambient-light sensors and prints the samples of the first for two seconds.
+// Prints the samples of the rear ambient-light sensor for two seconds.
 #include <hyl/hyl_spectral_api.h>
 
 #include <chrono>
@@ -7,7 +7,7 @@
 
 using namespace hyl::v2;
 
-class Printer : public HylSpectralApiCallbackInterface {
+struct Printer : HylSpectralApiCallbackInterface {
   void OnSpectralData(uint32_t, uint32_t session_id, const Vector<float>& values,
                       int64_t timestamp) override {
     std::printf("session %u, %.3f s:", session_id, static_cast<double>(timestamp) / 1e9);
@@ -23,18 +23,13 @@ int main() {
   Printer printer;  // outlives the instance
   HylSpectralApi* api = nullptr;
   HylSpectralApi::Create(&api, &printer, HylLogLevel::kWarning);
-  const auto names = api->GetAmbientLightSensorNames();
-  for (const HylString& name : names) {
-    std::printf("sensor %s\n", name.c_str());
-  }
   uint32_t session = 0;
-  const char* const first = names.empty() ? "" : names[0].c_str();
-  const HylErr result =
-      api->EnableAmbientLightSensor(first, session, SensorReportingMode::kContinuous);
-  if (result == HylErr::kOk) {
+  const HylErr err =
+      api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
+  if (err == HylErr::kOk) {
     std::this_thread::sleep_for(std::chrono::seconds(2));
     api->DisableAmbientLightSensor(session);
   }
   HylSpectralApi::Destroy(&api);
-  return static_cast<int>(result);
+  return static_cast<int>(err);
 }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include <hyl/sampling_messages.h>
+
 #include "library_test.h"
 
 namespace hyl::v2::test {
@@ -57,6 +59,42 @@ TEST(AbiTest, OperationsKeepTheirSlots) {
   }
   EXPECT_EQ(2U, SlotOf(&HylSpectralApiCallbackInterface::OnSpectralData));
   EXPECT_EQ(3U, SlotOf(&HylSpectralApiCallbackInterface::OnFlickerData));
+}
+
+TEST(AbiTest, TheFrameworkIsCalledThroughItsOwnSlots) {
+  using OnChange = StartOnChangeSamplingReq;
+  using Continuous = StartContinuousSamplingReq;
+  // Where an operation stands after a destructor, that takes the two slots before it.
+  const std::array<std::array<size_t, 2>, 25> slots = {{
+      {0, SlotOf(&Api::GetSensorList)},
+      {1, SlotOf(&Api::InvokeAsyncServiceCall)},
+      {0, SlotOf(&Service::AsyncCallbacks::OnResponse)},
+      {1, SlotOf(&Service::AsyncCallbacks::OnError)},
+      {4, SlotOf(&Service::AsyncCallbacks::OnAuxiliaryEvent)},
+      {2, SlotOf(&Message::Type)},
+      {3, SlotOf(&SamplingStatusResp::Status)},
+      {3, SlotOf(&SampleMessage::Sample)},
+      {2, SlotOf(&StopSamplingReq::ClientId)},
+      {2, SlotOf(&OnChange::ClientId)},
+      {3, SlotOf(&OnChange::Passive)},
+      {4, SlotOf(&OnChange::MaxLatency)},
+      {5, SlotOf(&OnChange::TransformMask)},
+      {6, SlotOf(&OnChange::IsWakeUp)},
+      {2, SlotOf(&Continuous::ClientId)},
+      {3, SlotOf(&Continuous::Passive)},
+      {4, SlotOf(&Continuous::MaxLatency)},
+      {5, SlotOf(&Continuous::TransformMask)},
+      {6, SlotOf(&Continuous::IncludeRuntimeBias)},
+      {7, SlotOf(&Continuous::Reserved)},
+      {8, SlotOf(&Continuous::Period)},
+      {9, SlotOf(&Continuous::IsWakeUp)},
+      {2, SlotOf(&VectorBase::ConstructElem)},
+      {3, SlotOf(&VectorBase::DestroyElem)},
+      {4, SlotOf(&VectorBase::MoveElem)},
+  }};
+  for (size_t row = 0; row < slots.size(); ++row) {
+    EXPECT_EQ(slots[row][0], slots[row][1]) << "row " << row;
+  }
 }
 
 TEST(AbiTest, DestructorsComeLast) {

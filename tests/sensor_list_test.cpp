@@ -1,5 +1,6 @@
 // The list of optical sensors: discovery, lookups, names.
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,10 +20,9 @@ using ::testing::IsEmpty;
 using Kind = FrameworkCall::Kind;
 
 std::vector<std::string> Strings(const Vector<HylString>& names) {
-  std::vector<std::string> strings;
-  for (const HylString& name : names) {
-    strings.emplace_back(name.c_str());
-  }
+  std::vector<std::string> strings(names.size());
+  std::transform(names.begin(), names.end(), strings.begin(),
+                 [](const HylString& name) { return name.c_str(); });
   return strings;
 }
 
@@ -72,14 +72,14 @@ TEST_F(PublicListTest, IsFetchedOnceAndDumped) {
 TEST_F(PublicListTest, AnswersNamesAndSupport) {
   const struct {
     uint32_t kind;
-    const char* name;
     bool supported;
-  } kCases[] = {{0, nullptr, true},       {0, "", true},        {0, "Front", true},
-                {0, "Flicker", false},    {1, nullptr, true},   {1, "Rear", false},
-                {1, "Fl", true},          {2, nullptr, false},  {2, "Rear", false},
-                {3, nullptr, false},      {3, "", false},       {3, "Front ALS", true},
-                {3, "Fro", true},         {3, "Fronts", false}, {4, "Rear", false},
-                {0xFFFFFFFF, "R", false}, {3, "accel", false}};
+    const char* name;
+  } kCases[] = {{0, true, nullptr},       {0, true, ""},        {0, true, "Front"},
+                {0, false, "Flicker"},    {1, true, nullptr},   {1, false, "Rear"},
+                {1, true, "Fl"},          {2, false, nullptr},  {2, false, "Rear"},
+                {3, false, nullptr},      {3, false, ""},       {3, true, "Front ALS"},
+                {3, true, "Fro"},         {3, false, "Fronts"}, {4, false, "Rear"},
+                {0xFFFFFFFF, false, "R"}, {3, false, "accel"}};
   for (const auto& c : kCases) {
     EXPECT_EQ(c.supported,
               instance->IsSensorSupported(static_cast<OpticalSensorType>(c.kind), c.name))
@@ -110,27 +110,27 @@ TEST_F(SensorListTest, LookupsGoByPrefixOrByIndex) {
   const std::string rear1012 = "als-t:1012 p:0 r:0";
   const struct {
     SensorType type;
-    const char* name;
     uint32_t index;
+    const char* name;
     std::string found;
   } kCases[] = {
-      {0, "als", 0, front12},
-      {0, "als", 9, front12},
-      {1012, "als", 1, rear1012},
-      {1012, "als f", 0, front1012},
-      {12, "als", 0, front12},
-      {13, "als", 0, ""},
-      {1012, "als frontal", 0, ""},
-      {1012, nullptr, 1, front1012},
-      {1012, nullptr, 0, rear1012},
-      {1012, "", 2, ""},
-      {12, "", 0, "-t:12 p:0 r:0"},
-      {0, nullptr, 0, ""},
-      {0, "", 1, ""},
-      {0, "marker", 0, ""},
-      {13, "cut", 0, "cut-t:13 p:7 r:0"},
-      {13, "cutoff", 0, ""},
-      {13, "x", 0, longest + "-t:13 p:8 r:0"},
+      {0, 0, "als", front12},
+      {0, 9, "als", front12},
+      {1012, 1, "als", rear1012},
+      {1012, 0, "als f", front1012},
+      {12, 0, "als", front12},
+      {13, 0, "als", ""},
+      {1012, 0, "als frontal", ""},
+      {1012, 1, nullptr, front1012},
+      {1012, 0, nullptr, rear1012},
+      {1012, 2, "", ""},
+      {12, 0, "", "-t:12 p:0 r:0"},
+      {0, 0, nullptr, ""},
+      {0, 1, "", ""},
+      {0, 0, "marker", ""},
+      {13, 0, "cut", "cut-t:13 p:7 r:0"},
+      {13, 0, "cutoff", ""},
+      {13, 0, "x", longest + "-t:13 p:8 r:0"},
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(c.found, Find(manager, c.type, c.name, c.index))

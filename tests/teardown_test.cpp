@@ -14,7 +14,6 @@
 namespace hyl::v2::test {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /// What the client does when it is called on this thread.

@@ -235,7 +235,7 @@ std::unique_ptr<Api> ScriptedApi::Create() {
     }
   }
   const int number = call.api;
-  Record(std::move(call));
+  Record(call);
   return number != 0 ? std::make_unique<Connection>(*this, number) : nullptr;
 }
 
@@ -299,7 +299,7 @@ void ScriptedApi::Destroyed(int api) {
   --live_apis_;
 }
 
-void ScriptedApi::Record(FrameworkCall call) {
+void ScriptedApi::Record(const FrameworkCall& call) {
   Hook hook;
   {
     const std::lock_guard lock(mutex_);

@@ -128,7 +128,7 @@ class ScriptedApi {
   void Destroyed(int api);
 
   /// Runs the hook and records the call.
-  void Record(FrameworkCall call);
+  void Record(const FrameworkCall& call);
   void NoteAccepted_locked(const FrameworkCall& call, Callbacks callbacks);
   void DeliverAnswers();
 
