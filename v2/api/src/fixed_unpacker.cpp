@@ -38,9 +38,10 @@ uint32_t PlaceOne(const FixedPacking& packing, const uint8_t* data, size_t i) {
   const uint8_t* const from = data + packing.bytes * (packing.swapped_pairs ? i ^ 1 : i);
   uint32_t container = 0;
   for (size_t j = 0; j < packing.bytes; ++j) {
-    container = container << 8 | from[packing.little_endian ? packing.bytes - 1 - j : j];
+    const uint8_t byte = from[packing.little_endian ? j : packing.bytes - 1 - j];
+    container = container >> 8 | uint32_t{byte} << 24;
   }
-  return container << (32 - 8 * packing.bytes);
+  return container;
 }
 
 /// The bulk of the work, in registers; left shifts, which are rare, only on demand.
