@@ -37,8 +37,7 @@ struct Recorder : HylSpectralApiCallbackInterface {
 };
 
 int main() {
-  host::SimulatedHub::Instance().SetScene(
-      {.kind = host::LightKind::kFluorescent});  // not on a device
+  host::SimulatedHub::Instance().SetScene({.kind = host::LightKind::kFluorescent});  // host only
   std::vector<int> buffer(4096);
   Recorder recorder;
   HylSpectralApi* api = nullptr;
@@ -47,10 +46,10 @@ int main() {
   api->SetFlickerAutoGainEnabled(nullptr, false);  // a change of gain would look like flicker
   api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session);
   auto rate = recorder.rate_hz.get_future();
-  const bool came = rate.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+  const auto result = rate.wait_for(std::chrono::seconds(5));
   api->DisableFlickerSensor(session);
   HylSpectralApi::Destroy(&api);
-  if (!came) return 1;
+  if (result != std::future_status::ready) return 1;
   const double rate_hz = rate.get();
   for (const double hz : {100.0, 120.0}) {
     const double ripple = 100 * Ripple(recorder.samples, hz, rate_hz);

@@ -11,7 +11,7 @@ constexpr size_t kMinElems = 16;
 /// The framework's heaps give no larger block. Also keeps byte counts from overflowing.
 constexpr size_t kMaxBytes = size_t{1} << 30;
 
-void* ElemAt(void* data, size_t index, size_t elem_size) {
+char* ElemAt(void* data, size_t index, size_t elem_size) {
   return static_cast<char*>(data) + index * elem_size;
 }
 
@@ -48,10 +48,11 @@ HylErr VectorBase::Resize(size_t new_count, size_t elem_size, HylHeapEnum heap) 
     data_ = fresh;
     reserved_ = capacity;
   }
-  while (count_ < new_count) {
-    ConstructElem(ElemAt(data_, count_, elem_size));
-    ++count_;
+  char* const end = ElemAt(data_, new_count, elem_size);
+  for (char* elem = ElemAt(data_, count_, elem_size); elem != end; elem += elem_size) {
+    ConstructElem(elem);
   }
+  count_ = new_count;
   return HylErr::kOk;
 }
 

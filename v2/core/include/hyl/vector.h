@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include <hyl/heap.h>
@@ -74,11 +75,11 @@ class Vector final : public VectorBase {
  public:
   Vector() = default;
   Vector(Vector&& other) noexcept { Swap(other); }
-  ~Vector() override { DestroyVector(sizeof(T)); }
+  ~Vector() override { DestroyElems(); }
 
   Vector& operator=(Vector&& other) noexcept {
     if (this != &other) {
-      DestroyVector(sizeof(T));
+      DestroyElems();
       Swap(other);
     }
     return *this;
@@ -107,6 +108,14 @@ class Vector final : public VectorBase {
   T* end() { return data() + count_; }
   const T* begin() const { return data(); }
   const T* end() const { return data() + count_; }
+
+ private:
+  void DestroyElems() {
+    if constexpr (std::is_trivially_destructible_v<T>) {
+      count_ = 0;  // saves DestroyVector a virtual call per element that would do nothing
+    }
+    DestroyVector(sizeof(T));
+  }
 };
 
 static_assert(sizeof(Vector<float>) == sizeof(VectorBase));
