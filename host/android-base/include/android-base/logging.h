@@ -54,6 +54,7 @@ class LogMessage {
   LogMessage& operator=(const LogMessage&) = delete;
   ~LogMessage();
 
+  /// Where the entry's text goes. Valid while the entry lives; one thread at a time.
   std::ostream& stream();
 
  private:

@@ -59,6 +59,7 @@ struct ReplyFaults {
 /// All operations are safe on any thread and inside callbacks.
 class [[gnu::visibility("default")]] SimulatedHub {
  public:
+  /// The hub of this process, made at the first call; it lives until the process ends.
   static SimulatedHub& Instance();
 
   /// Puts the hub back to its initial state: no running sensors, default scene, settings and
@@ -69,6 +70,7 @@ class [[gnu::visibility("default")]] SimulatedHub {
   /// Holds from the next measurement on. Numbers that make no sense are moved to the nearest that
   /// do.
   void SetScene(const LightScene& scene);
+  /// What SetScene was given last, with its numbers as they hold; at first the default.
   LightScene Scene() const;
 
   /// Runs on real time, as it does initially.
@@ -94,6 +96,7 @@ class [[gnu::visibility("default")]] SimulatedHub {
   /// Empty before the first start.
   std::vector<int32_t> FlickerHistory(int bits) const;
 
+  /// The sensors that run, of all Api objects, in no order that may be relied on.
   std::vector<RunningRequest> RunningRequests() const;
 
  private:
