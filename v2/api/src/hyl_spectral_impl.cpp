@@ -57,7 +57,7 @@ Vector<HylString> HylSpectralImpl::GetFlickerSensorNames() {
 
 HylString HylSpectralImpl::GetSensorName(uint32_t session_id) {
   uint64_t cookie = 0;
-  if (!session_mgr_.FindCookie(session_id, cookie)) {
+  if (!sessions().FindCookie(session_id, cookie)) {
     HYL_LOG(ERROR, "HYL_SpAPI: Cannot determine sensor name, no session-id:%d",
             static_cast<int>(session_id));
     return {};

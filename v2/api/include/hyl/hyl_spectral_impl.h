@@ -81,7 +81,7 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// @{
 
   /// Id of the session that `cookie` runs; 0 when there is none. Takes no lock.
-  uint32_t FindSessionId(uint64_t cookie) const { return session_mgr_.FindId(cookie); }
+  uint32_t FindSessionId(uint64_t cookie) const { return sessions().FindId(cookie); }
   /// Configures the session's converter.
   void FlickerFormatMsg(uint64_t cookie, const FlickerFormatResp* message) HYL_EXCLUDES(mutex_);
   /// Converts into the client's buffer and calls the client.
@@ -91,6 +91,8 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// @}
 
  private:
+  /// The sessions, for the lookups that take no lock: those that are const.
+  const SessionMgr& sessions() const HYL_NO_THREAD_SAFETY_ANALYSIS { return session_mgr_; }
   /// The kind of sensor decides which callback object gets its messages. Rear or front by
   /// `priority` for ambient light.
   std::shared_ptr<spectral::SensorCallbacks> CallbacksFor(OpticalSensorType kind,
@@ -140,11 +142,10 @@ class HylSpectralImpl final : public HylSpectralApi {
   std::shared_ptr<RearSpectralCallbacks> rear_callbacks_;
   std::shared_ptr<FrontSpectralCallbacks> front_callbacks_;
   std::shared_ptr<FlickerSensorCallbacks> flicker_callbacks_;
-  /// Guarded by mutex_, but for the lookups that take no lock.
-  SessionMgr session_mgr_;
+  SessionMgr session_mgr_ HYL_GUARDED_BY(mutex_);
   SensorInfoMgr sensor_info_mgr_;
   /// The instance mutex: serialises enable, change and disable and the flicker messages.
-  std::mutex mutex_;
+  std::mutex mutex_ HYL_ACQUIRED_BEFORE(sensor_info_mgr_.list_mutex());
 
   // Values of the latest configuration replies.
   bool flicker_auto_gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;

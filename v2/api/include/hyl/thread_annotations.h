@@ -11,4 +11,6 @@
 #define HYL_GUARDED_BY(mutex) HYL_THREAD_ATTRIBUTE(guarded_by(mutex))
 #define HYL_REQUIRES(mutex) HYL_THREAD_ATTRIBUTE(requires_capability(mutex))
 #define HYL_EXCLUDES(mutex) HYL_THREAD_ATTRIBUTE(locks_excluded(mutex))
+#define HYL_RETURN_CAPABILITY(mutex) HYL_THREAD_ATTRIBUTE(lock_returned(mutex))
+#define HYL_NO_THREAD_SAFETY_ANALYSIS HYL_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 #define HYL_ACQUIRED_BEFORE(mutex) HYL_THREAD_ATTRIBUTE(acquired_before(mutex))
