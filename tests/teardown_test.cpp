@@ -83,7 +83,9 @@ class TeardownTest : public ::testing::Test {
 
 class DeliveryTeardownTest : public TeardownTest, public ::testing::WithParamInterface<DataWay> {
  protected:
-  void ExpectToWait(const std::function<void()>& destroy, DataWay probe);
+  void ExpectToWait(
+      const std::function<void()>& destroy, DataWay probe,
+      const std::function<void()>& meanwhile = [] {});
 };
 INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTeardownTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
@@ -140,8 +142,10 @@ TEST_P(DeliveryTeardownTest, DestroyInsideANestedDeliveryEndsBoth) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-/// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another.
-void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, DataWay probe) {
+/// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another,
+/// where it ends with `meanwhile`.
+void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, DataWay probe,
+                                        const std::function<void()>& meanwhile) {
   HoldPoint callback;
   std::atomic<bool> ended{false};
   Gate destroyed;
@@ -150,6 +154,7 @@ void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, Da
     t_in_callback = [&] {
       t_in_callback = {};  // once for a chain
       callback.Arrive();
+      meanwhile();
       EXPECT_STRNE("", running->GetSensorName(session).c_str()) << "the instance still works";
       ended = true;
     };
@@ -183,6 +188,20 @@ TEST_P(DeliveryTeardownTest, DestroyInsideACallbackWaitsForOtherThreads) {
     Deliver(DataWay::kRearSample);
   };
   ExpectToWait(destroy_in_callback, DataWay::kFlickerData);
+}
+
+TEST_P(DeliveryTeardownTest, ASecondDestroyInsideACallbackLeavesItToTheFirst) {
+  const auto destroy = [&] { HylSpectralApi::Destroy(&api); };
+  ExpectToWait(destroy, DataWay::kRearSample, destroy);
+}
+
+TEST_P(DeliveryTeardownTest, OfTwoCallbacksThatDestroyOneDoes) {
+  const auto destroy = [&] { HylSpectralApi::Destroy(&api); };
+  const auto destroy_in_callback = [&] {
+    t_in_callback = destroy;
+    Deliver(DataWay::kRearSample);
+  };
+  ExpectToWait(destroy_in_callback, DataWay::kFlickerData, destroy);
 }
 
 TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {

@@ -19,7 +19,9 @@ void HylSpectralApi::Destroy(HylSpectralApi** p) {
   // Every instance that Create hands out is a HylSpectralImpl.
   auto* impl = static_cast<HylSpectralImpl*>(*p);
   HylSpectralImpl::Destroy(&impl);
-  *p = impl;
+  if (impl == nullptr) {  // not when another Destroy is at it
+    *p = nullptr;
+  }
 }
 
 HylSpectralApi::~HylSpectralApi() = default;

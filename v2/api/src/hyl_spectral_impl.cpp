@@ -13,7 +13,7 @@ HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInte
 }
 
 void HylSpectralImpl::Destroy(HylSpectralImpl** p) {
-  if (p == nullptr || *p == nullptr) {
+  if (p == nullptr || *p == nullptr || (*p)->destroying_.test_and_set()) {
     return;
   }
   delete *p;

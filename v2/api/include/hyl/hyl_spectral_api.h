@@ -73,7 +73,8 @@ class HylSpectralApi {
   /// After it has returned, no callback of the client runs or starts. It waits for the deliveries
   /// that have begun, thus for as long as the client's callbacks run. Called from inside one of the
   /// instance's own callbacks it does not wait for the delivery that it was called from, and the
-  /// library touches neither the instance nor the client afterwards.
+  /// library touches neither the instance nor the client afterwards. Called from inside a callback
+  /// while another thread's Destroy is at work, it does nothing: the other one ends the instance.
   ///
   /// No other operation of the instance may be under way on another thread, one that was called
   /// inside a callback excepted. The client must not hold a lock that its callbacks take. Running

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -131,6 +132,9 @@ class HylSpectralImpl final : public HylSpectralApi {
       HYL_REQUIRES(rear_callbacks_->reply_mutex);
   void StoreWriteReply_locked(const RlsMsgAccessResp& reply)
       HYL_REQUIRES(rear_callbacks_->reply_mutex);
+
+  /// Set by the first Destroy. Atomic: callbacks on several threads may call Destroy.
+  std::atomic_flag destroying_;
 
   // The order of the members is the order of construction and, reversed, of teardown.
 
