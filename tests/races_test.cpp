@@ -1,6 +1,7 @@
 // Operations at chosen points of a delivery.
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <iterator>
 #include <thread>
@@ -98,9 +99,9 @@ class ConversionRaceTest : public LibraryTest {
   ConversionRaceTest() : session(EnableFlicker()) {
     framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kCompressed1));
     logger =
-        android::base::SetLogger([this](android::base::LogId, android::base::LogSeverity severity,
-                                        const char*, const char*, unsigned, const char*) {
-          if (severity == android::base::ERROR) {
+        android::base::SetLogger([this](android::base::LogId, android::base::LogSeverity,
+                                        const char*, const char*, unsigned, const char* message) {
+          if (std::strstr(message, "Did not process all data") != nullptr) {
             conversion.Arrive();
           }
         });
