@@ -7,11 +7,6 @@
 
 namespace hyl::v2 {
 
-void TakesTheInstanceMutexFirst(HylSpectralImpl& instance) {
-  const std::lock_guard lock(instance.mutex_);
-  const std::lock_guard list(instance.sensor_info_mgr_.mutex_);
-}
-
 void TakesTheListMutexFirst(HylSpectralImpl& instance) {
   const std::lock_guard list(instance.sensor_info_mgr_.mutex_);
   const std::lock_guard lock(instance.mutex_);  // expected-error {{must be acquired before}}
