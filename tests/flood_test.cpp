@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <future>
 #include <memory>
@@ -84,11 +83,9 @@ class Sensor {
 
  private:
   void AwaitEnd(uint64_t number) const {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (ended_ < number && std::chrono::steady_clock::now() < deadline) {
+    while (ended_ < number) {
       std::this_thread::yield();
     }
-    EXPECT_LE(number, ended_);
   }
 
   // Of the thread that runs the sessions: numbers of messages.
