@@ -1,9 +1,9 @@
 // Settings operations on a hub whose replies come late, out of order, or never.
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
@@ -74,21 +74,36 @@ TEST_F(ReplyFaultsTest, AReadAfterAWriteIsNeverStale) {
   }
 }
 
+/// One thread only writes, the other only waits. Each call that waits sets off the writes that fall
+/// into its wait, and takes them in before the next: the hub has no room for more.
 TEST_F(ReplyFaultsTest, AReadIsNotStaleWhileAnotherThreadWrites) {
-  std::atomic<bool> done{false};
-  std::atomic<uint32_t> rounds{0};
+  constexpr uint32_t kRounds = 500;
+  constexpr uint32_t kWrites = 8;
+  std::counting_semaphore<> to_write(0);
+  std::counting_semaphore<> written(0);
   std::thread writer([&] {
-    while (!done) {
-      WriteAndRead(0x60, rounds++);  // the read keeps it from flooding the hub
+    for (uint32_t i = 0; i < kRounds * kWrites; ++i) {
+      to_write.acquire();
+      EXPECT_EQ(HylErr::kOk, api_->SetRegister(nullptr, 0x60, static_cast<uint8_t>(i)));
+      written.release();
     }
   });
-  for (uint32_t round = 0; (round < 300 || rounds < 300) && !HasFailure(); ++round) {
-    uint8_t id = 0;
-    EXPECT_EQ(HylErr::kOk, api_->GetRegister(nullptr, host::kIdRegister, &id));
-    EXPECT_EQ(host::kIdRegisterValue, id);
-    ChangeExposure(round);
+  for (uint32_t round = 0; round < kRounds; ++round) {
+    uint8_t value = 0;
+    to_write.release(kWrites);
+    if (round % 3 == 0) {
+      ChangeExposure(round);
+    } else {  // a stale value would be the other register's
+      const bool id = round % 3 == 1;
+      EXPECT_EQ(
+          HylErr::kOk,
+          api_->GetRegister(nullptr, id ? host::kIdRegister : host::kRevisionRegister, &value));
+      EXPECT_EQ(id ? host::kIdRegisterValue : host::kRevisionRegisterValue, value);
+    }
+    for (uint32_t i = 0; i < kWrites; ++i) {
+      written.acquire();
+    }
   }
-  done = true;
   writer.join();
 }
 
