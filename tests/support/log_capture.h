@@ -48,6 +48,9 @@ std::string Text(const char* format, Args... args) {
   return text;
 }
 
+/// Where this thread's problems go instead, if anywhere. Belongs to a test that has many threads.
+inline thread_local std::vector<LogEntry>* t_problems = nullptr;
+
 /// Takes all log entries of the process while it lives. Safe on any thread.
 class LogCapture {
  public:
@@ -55,6 +58,10 @@ class LogCapture {
     previous_ = android::base::SetLogger(
         [kept = kept_](android::base::LogId, android::base::LogSeverity severity, const char*,
                        const char*, unsigned, const char* message) {
+          if (t_problems != nullptr && severity > android::base::INFO) {
+            t_problems->push_back({severity, message});
+            return;
+          }
           const std::lock_guard lock(kept->mutex);
           if (kept->entries.size() < kMaxEntries) {
             kept->entries.push_back({severity, message});

@@ -14,6 +14,10 @@
 namespace hyl::v2::test {
 namespace {
 
+std::mutex live_mutex;           // guards `live` and the framework's factory
+std::vector<ScriptedApi*> live;  // the latest last
+thread_local ScriptedApi* t_own = nullptr;
+
 size_t SizeOf(uint32_t request_type) {
   switch (static_cast<RequestType>(request_type)) {
     case RequestType::kStartOnChangeSampling:
@@ -107,21 +111,40 @@ class ScriptedApi::Connection final : public Api {
 
 ScriptedApi::ScriptedApi() {
   SetSensorList(DefaultSensors());
-  host::SetApiFactory([this](ClientType type) {
-    EXPECT_EQ(ClientType::kSpectral, type);
-    return Create();
-  });
+  t_own = this;
+  {
+    const std::lock_guard lock(live_mutex);
+    live.push_back(this);
+    host::SetApiFactory(CreateForThisThread);
+  }
   answer_thread_ = std::thread([this] { DeliverAnswers(); });
 }
 
 ScriptedApi::~ScriptedApi() {
-  host::SetApiFactory({});
+  t_own = nullptr;
+  {
+    const std::lock_guard lock(live_mutex);
+    std::erase(live, this);
+    if (live.empty()) {
+      host::SetApiFactory({});
+    }
+  }
   {
     const std::lock_guard lock(mutex_);
     ended_ = true;
     changed_.notify_all();
   }
   answer_thread_.join();
+}
+
+std::unique_ptr<Api> ScriptedApi::CreateForThisThread(ClientType type) {
+  EXPECT_EQ(ClientType::kSpectral, type);
+  ScriptedApi* framework = t_own;
+  if (framework == nullptr) {
+    const std::lock_guard lock(live_mutex);
+    framework = live.back();
+  }
+  return framework->Create();
 }
 
 void ScriptedApi::FailCreate(int n) {

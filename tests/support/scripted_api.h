@@ -54,8 +54,9 @@ SensorListEntry MakeEntry(uint32_t handle, const std::string& name);
 /// sensors that are not optical.
 std::vector<SensorListEntry> DefaultSensors();
 
-/// A framework that does as it is told, behind Api::Create for as long as it lives. Must outlive
-/// the instances. All operations are safe on any thread, and inside its own hook.
+/// A framework that does as it is told, behind Api::Create for as long as it lives: for the thread
+/// that makes it, and, while it is the latest, for those that have made none. Must outlive the
+/// instances. All operations are safe on any thread, and inside its own hook.
 class ScriptedApi {
  public:
   using Callbacks = std::shared_ptr<Service::AsyncCallbacks>;
@@ -121,6 +122,7 @@ class ScriptedApi {
     std::unique_ptr<Message> message;
   };
 
+  static std::unique_ptr<Api> CreateForThisThread(ClientType type);
   std::unique_ptr<Api> Create();
   std::vector<SensorListEntry> GetSensorList(int api);
   HylErr Invoke(int api, uint32_t handle, uint32_t type, const Request& request,

@@ -68,7 +68,7 @@ HylErr HylSpectralImpl::Access(const RlsMsgAccessReq& request) {
 
 /// A reply ends the wait, whichever request it answers. So that this is not the late reply to an
 /// earlier write, those are let in first; and when another thread's write was answered in between,
-/// the wait goes on for a moment until the own reply is in.
+/// or a request that was given up, the wait goes on for a moment until the own reply is in.
 template <typename... Results>
 HylErr HylSpectralImpl::AccessAndWait(const RlsMsgAccessReq& request, const Results&... results) {
   const bool any_null = (... || (results.out == nullptr));
@@ -116,7 +116,7 @@ bool HylSpectralImpl::AwaitReply_locked(uint64_t handled_before) {
   rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kOwedReplyTimeLimit,
                                      [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
                                        return reply_ledger_.awaited_seen() ||
-                                              reply_ledger_.SettledUpTo(reply_ledger_.sent());
+                                              reply_ledger_.AllSettled();
                                      });
   return true;
 }
