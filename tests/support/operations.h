@@ -8,7 +8,8 @@
 namespace hyl::v2::test {
 
 /// One call of a public operation, with arguments that suit the scripted framework's sensors. What
-/// takes a session takes `session`. Operations that return something else than a HylErr return kOk.
+/// takes a session takes `session`. Operations that return something else than a HylErr give
+/// kNotFound when that is empty or false.
 struct Operation {
   const char* name;
   HylErr (*call)(HylSpectralApi& api, uint32_t session);
@@ -21,6 +22,10 @@ HylErr ReadValue(HylSpectralApi& api, HylErr (HylSpectralApi::*read)(const char*
   return (api.*read)(nullptr, &value);
 }
 
+inline HylErr FoundIf(bool found) {
+  return found ? HylErr::kOk : HylErr::kNotFound;
+}
+
 #define HYL_OPERATION(name, expression)                                                          \
   {                                                                                              \
 #name, [](HylSpectralApi & api, [[maybe_unused]] uint32_t session) -> HylErr { expression; } \
@@ -29,9 +34,10 @@ HylErr ReadValue(HylSpectralApi& api, HylErr (HylSpectralApi::*read)(const char*
 
 /// Every operation of the interface, in the order of their slots.
 inline constexpr Operation kOperations[] = {
-    HYL_OPERATION(GetAmbientLightSensorNames, api.GetAmbientLightSensorNames(); return HylErr::kOk),
-    HYL_OPERATION(GetFlickerSensorNames, api.GetFlickerSensorNames(); return HylErr::kOk),
-    HYL_OPERATION(GetSensorName, api.GetSensorName(session); return HylErr::kOk),
+    HYL_OPERATION(GetAmbientLightSensorNames,
+                  return FoundIf(!api.GetAmbientLightSensorNames().empty())),
+    HYL_OPERATION(GetFlickerSensorNames, return FoundIf(!api.GetFlickerSensorNames().empty())),
+    HYL_OPERATION(GetSensorName, return FoundIf(!api.GetSensorName(session).empty())),
     HYL_OPERATION(EnableAmbientLightSensor, uint32_t id = 0;
                   return api.EnableAmbientLightSensor(nullptr, id, SensorReportingMode::kOnChange)),
     HYL_OPERATION(ChangeAmbientLightSensorReporting, return api.ChangeAmbientLightSensorReporting(
@@ -51,8 +57,7 @@ inline constexpr Operation kOperations[] = {
     HYL_READ(GetSpectralApplyOtpCal),
     HYL_READ(GetDeviceUid),
     HYL_OPERATION(IsSensorSupported,
-                  (void)api.IsSensorSupported(OpticalSensorType::kAnyOptical, "Rear");
-                  return HylErr::kOk),
+                  return FoundIf(api.IsSensorSupported(OpticalSensorType::kAnyOptical, "Rear"))),
     HYL_OPERATION(SetExposureTime, uint32_t out = 0; return api.SetExposureTime(nullptr, 1, &out)),
     HYL_OPERATION(SetFlickerAutoGainEnabled, return api.SetFlickerAutoGainEnabled(nullptr, true)),
     HYL_OPERATION(SetFlickerChannel, return api.SetFlickerChannel(nullptr, 1, 2)),
