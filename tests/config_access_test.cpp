@@ -298,26 +298,7 @@ TEST_P(ConfigOperationTest, RefusesNullPointersBeforeItSends) {
     }
     EXPECT_EQ(Outs(), outs);
   }
-  Outs outs;
-  EXPECT_EQ(HylErr::kFailed, Call(*unconnected.get(), outs));
-  EXPECT_EQ(Outs(), outs);
   EXPECT_THAT(framework_.Take(), testing::IsEmpty());
-  EXPECT_THAT(log.Take(), testing::IsEmpty());
-}
-
-TEST_P(ConfigOperationTest, HandsOnTheFrameworksRefusal) {
-  const Instance api(nullptr);
-  LogCapture log;
-  for (const int code : {3, 255}) {
-    framework_.RefuseInvoke(1, static_cast<HylErr>(code));
-    Outs outs;
-    EXPECT_EQ(static_cast<HylErr>(code), Call(*api.get(), outs));
-    EXPECT_EQ(Outs(), outs);
-  }
-  // A refused request owes no reply: the next one gets its own.
-  framework_.AnswerWith(AnswerInFull);
-  Outs outs;
-  EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
   EXPECT_THAT(log.Take(), testing::IsEmpty());
 }
 
@@ -457,58 +438,6 @@ TEST(ConfigWaitTest, AWriteAnsweredInBetweenDoesNotEndARead) {
   framework.Deliver(kRearContinuous, own);
   EXPECT_EQ(HylErr::kOk, reading.get());
   EXPECT_EQ(42U, uid);
-}
-
-/// An operation that gets no reply, on an instance of its own.
-class Unanswered {
- public:
-  /// Returns when the framework has accepted the request.
-  Unanswered(ScriptedApi& framework, Operation operation) : operation_(std::move(operation)) {
-    Gate accepted;
-    framework.AnswerWith([&](const FrameworkCall&) {
-      accepted.Open();
-      return Messages();
-    });
-    result_ = std::async(std::launch::async,
-                         [this] { return operation_.call(*api_.get(), nullptr, &outs_, &outs_); });
-    accepted.Pass();
-    callbacks_ = framework.CallbacksOf(kRearContinuous);
-  }
-
-  const Operation operation_;
-  const Instance api_{nullptr};
-  ScriptedApi::Callbacks callbacks_;
-  Outs outs_;
-  std::future<HylErr> result_;
-};
-
-TEST(ConfigWaitTest, EndsByTheTimeLimitAndSurvivesTheLateReply) {
-  ScriptedApi framework;
-  LogCapture log;
-  std::vector<std::unique_ptr<Unanswered>> all;
-  for (const Operation& operation : OperationsThatWait()) {
-    all.push_back(std::make_unique<Unanswered>(framework, operation));
-  }
-  for (const auto& each : all) {
-    EXPECT_EQ(HylErr::kFailed, each->result_.get()) << each->operation_.name;
-    EXPECT_EQ(Outs(), each->outs_) << each->operation_.name;
-  }
-  const std::vector<FrameworkCall> requests = framework.TakeInvokes();
-  ASSERT_EQ(all.size(), requests.size());
-  framework.AnswerWith([](const FrameworkCall& call) {
-    SettingsReply reply = Answering(call, FullReply());
-    reply.device_uid = 77;
-    return One(reply);
-  });
-  for (size_t i = 0; i < all.size(); ++i) {
-    const SettingsReply late = Answering(requests[i], FullReply());
-    all[i]->callbacks_->OnResponse(&late);
-    uint64_t uid = 0;
-    EXPECT_EQ(HylErr::kOk, all[i]->api_->GetDeviceUid(nullptr, &uid));
-    EXPECT_EQ(77U, uid) << "after " << all[i]->operation_.name;
-    EXPECT_EQ(Outs(), all[i]->outs_) << all[i]->operation_.name;
-  }
-  EXPECT_THAT(log.Take(), testing::IsEmpty());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The session table, session ids, and the names of sessions' sensors.
+// The session table and session ids.
 
 #include <atomic>
 #include <thread>
@@ -13,7 +13,6 @@ namespace {
 using spectral::Session;
 using spectral::SessionMgr;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // The id counter is private, but an explicit instantiation may name it.
 std::atomic<uint32_t>& NextSessionId();
@@ -113,20 +112,6 @@ TEST_F(SessionTest, IdsCountOnAcrossInstances) {
   EXPECT_EQ(HylErr::kOk, second->EnableAmbientLightSensor("Rear", id, kContinuous));
   EXPECT_EQ(next + 1, id);
   EXPECT_EQ(next + 2, Enable("Rear", kOnChange));
-}
-
-TEST_F(SessionTest, NameIsThatOfTheRunningSensor) {
-  EXPECT_STREQ("", instance->GetSensorName(0).c_str());
-  EXPECT_STREQ("", instance->GetSensorName(12345).c_str());
-  EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot determine sensor name, no session-id:0"),
-                                      Error("Cannot determine sensor name, no session-id:12345")));
-  const uint32_t id = Enable("Fr");
-  EXPECT_STREQ("Front ALS", instance->GetSensorName(id).c_str());
-  framework.RefuseInvoke(2, HylErr{3});  // the start of the change: the sensor stays stopped
-  EXPECT_EQ(HylErr{3}, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
-  log.Take();
-  EXPECT_STREQ("", instance->GetSensorName(id).c_str());
-  EXPECT_THAT(log.Take(), IsEmpty());
 }
 
 }  // namespace

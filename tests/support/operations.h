@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 
+#include <gtest/gtest.h>
 #include <hyl/hyl_spectral_api.h>
 
 namespace hyl::v2::test {
@@ -15,11 +18,23 @@ struct Operation {
   HylErr (*call)(HylSpectralApi& api, uint32_t session);
 };
 
-/// Calls a setting's read with room for one value.
+/// Calls with room for a value, which must stay as it is when the call fails.
+template <typename T, typename Call>
+HylErr KeepsOnFailure(Call call) {
+  std::array<unsigned char, sizeof(T)> before;
+  before.fill(1);
+  T value;
+  std::memcpy(&value, before.data(), sizeof(T));
+  const HylErr err = call(&value);
+  std::array<unsigned char, sizeof(T)> after;
+  std::memcpy(after.data(), &value, sizeof(T));
+  EXPECT_TRUE(err == HylErr::kOk || before == after);
+  return err;
+}
+
 template <typename T>
 HylErr ReadValue(HylSpectralApi& api, HylErr (HylSpectralApi::*read)(const char*, T*)) {
-  T value{};
-  return (api.*read)(nullptr, &value);
+  return KeepsOnFailure<T>([&](T* out) { return (api.*read)(nullptr, out); });
 }
 
 inline HylErr FoundIf(bool found) {
@@ -47,25 +62,32 @@ inline constexpr Operation kOperations[] = {
     HYL_OPERATION(DisableAmbientLightSensor, return api.DisableAmbientLightSensor(session)),
     HYL_OPERATION(DisableFlickerSensor, return api.DisableFlickerSensor(session)),
     HYL_READ(GetFlickerAutoGainEnabled),
-    HYL_OPERATION(GetFlickerConfig, uint32_t value = 0; float gain = 0;
-                  return api.GetFlickerConfig(nullptr, &value, &gain)),
+    HYL_OPERATION(GetFlickerConfig, return KeepsOnFailure<float>([&](auto* gain) {
+                    return KeepsOnFailure<uint32_t>(
+                        [&](auto* out) { return api.GetFlickerConfig(nullptr, out, gain); });
+                  })),
     HYL_READ(GetFlickerFrequencyMetrics),
     HYL_READ(GetFlickerSaturation),
-    HYL_OPERATION(GetRegister, uint8_t value = 0; return api.GetRegister(nullptr, 1, &value)),
+    HYL_OPERATION(GetRegister, return KeepsOnFailure<uint8_t>(
+                                   [&](auto* out) { return api.GetRegister(nullptr, 1, out); })),
     HYL_READ(GetSpectralAutoGainEnabled),
     HYL_READ(GetSpectralApplyFacCal),
     HYL_READ(GetSpectralApplyOtpCal),
     HYL_READ(GetDeviceUid),
     HYL_OPERATION(IsSensorSupported,
                   return FoundIf(api.IsSensorSupported(OpticalSensorType::kAnyOptical, "Rear"))),
-    HYL_OPERATION(SetExposureTime, uint32_t out = 0; return api.SetExposureTime(nullptr, 1, &out)),
+    HYL_OPERATION(SetExposureTime, return KeepsOnFailure<uint32_t>([&](auto* out) {
+                    return api.SetExposureTime(nullptr, 1, out);
+                  })),
     HYL_OPERATION(SetFlickerAutoGainEnabled, return api.SetFlickerAutoGainEnabled(nullptr, true)),
     HYL_OPERATION(SetFlickerChannel, return api.SetFlickerChannel(nullptr, 1, 2)),
     HYL_OPERATION(SetFlickerPedestal, return api.SetFlickerPedestal(nullptr, 1)),
-    HYL_OPERATION(SetGain, float out = 0; return api.SetGain(nullptr, 0, 2, &out)),
+    HYL_OPERATION(SetGain, return KeepsOnFailure<float>(
+                               [&](auto* out) { return api.SetGain(nullptr, 0, 2, out); })),
     HYL_OPERATION(SetRegister, return api.SetRegister(nullptr, 1, 2)),
-    HYL_OPERATION(SetSamplingPeriod, uint32_t out = 0;
-                  return api.SetSamplingPeriod(nullptr, 1, &out)),
+    HYL_OPERATION(SetSamplingPeriod, return KeepsOnFailure<uint32_t>([&](auto* out) {
+                    return api.SetSamplingPeriod(nullptr, 1, out);
+                  })),
     HYL_OPERATION(SetSpectralAutoGainEnabled, return api.SetSpectralAutoGainEnabled(nullptr, true)),
     HYL_OPERATION(SetSpectralApplyFacCalEnabled,
                   return api.SetSpectralApplyFacCalEnabled(nullptr, true)),
