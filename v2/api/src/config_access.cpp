@@ -1,16 +1,16 @@
-#include <chrono>
 #include <mutex>
 
 #include <hyl/hyl_spectral_impl.h>
 
 #include "requests.h"
+#include "time_limits.h"
 
 namespace hyl::v2 {
-namespace {
 
-constexpr std::chrono::seconds kReplyTimeLimit{5};
-/// How long a waiting operation lets the replies to other requests arrive.
-constexpr std::chrono::milliseconds kOwedReplyTimeLimit{100};
+using spectral::kOwedReplyTimeLimit;
+using spectral::kReplyTimeLimit;
+
+namespace {
 
 RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command) {
   RlsMsgAccessReq request;
