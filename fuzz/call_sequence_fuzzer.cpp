@@ -191,16 +191,16 @@ class Sequence {
     }
   }
 
-  /// For the next instance: it, and its attempts at discovery, may fail; so may the list be short.
+  /// For the next instance: it, and its attempts at discovery, may fail; sensors may be missing.
   void SetFaults(Input& input) {
     const size_t failing = input.Below(2) * input.Below(52);
     for (size_t n = 1; n <= failing; ++n) {
       framework_.FailCreate(static_cast<int>(n));
     }
     std::vector<SensorListEntry> list = DefaultSensors();
-    list.resize(list.size() - std::min(list.size(), input.Below(32)));
-    if (!list.empty() && input.Below(4) == 0) {
-      list.back() = input.Value<SensorListEntry>();
+    list.resize(1 + input.Below(list.size()));
+    if (input.Below(8) == 1) {
+      list[input.Below(list.size())] = input.Value<SensorListEntry>();
     }
     framework_.SetSensorList(std::move(list));
   }
