@@ -22,6 +22,7 @@
 #include <gtest/gtest.h>
 
 #include "any_message.h"
+#include "data_way.h"
 #include "log_capture.h"
 #include "operations.h"
 #include "scripted_api.h"
@@ -67,6 +68,9 @@ class Client final : public HylSpectralApiCallbackInterface {
     }
     if (const auto in_callback = std::exchange(t_in_callback, {})) {
       in_callback();
+    } else {
+      std::this_thread::yield();  // gives a Destroy the chance not to wait
+      EXPECT_FALSE(ended_);
     }
   }
 
@@ -99,10 +103,10 @@ class Sequence {
       if (role == Role::kAlone && api_ == nullptr) {
         Create(input);
       }
-      const size_t step = input.Below(12);
-      if (step < 4 || role == Role::kFramework) {
-        FrameworkStep(step % 4, input);
-      } else if (step < 9) {
+      const size_t step = input.Below(14);
+      if (step < 6 || role == Role::kFramework) {
+        FrameworkStep(step % 6, input);
+      } else if (step < 11) {
         ClientStep(step, input);
       } else if (role == Role::kAlone) {
         LoneStep(step, input);
@@ -127,7 +131,6 @@ class Sequence {
   }
 
   void FrameworkStep(size_t step, Input& input) {
-    const auto object = framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))]);
     if (step == 0) {
       replies_ = static_cast<Replies>(input.Below(4));
     } else if (step == 1) {
@@ -135,9 +138,25 @@ class Sequence {
     } else if (step == 2) {
       refused_ = true;
       framework_.RefuseInvoke(input.Byte(), kRefusal);
-    } else if (object != nullptr) {
+    } else if (step == 3) {
+      DeliverSound(input);
+    } else if (const auto object = AnyObject(input)) {
       const auto message = AnyMessage(input);
       object->OnResponse(message.get());
+    }
+  }
+
+  /// Null when the framework has not got the object.
+  ScriptedApi::Callbacks AnyObject(Input& input) {
+    return framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))]);
+  }
+
+  void DeliverSound(Input& input) {
+    const DataWay way = kAllDataWays[input.Below(std::size(kAllDataWays))];
+    if (const auto object = framework_.CallbacksOf(HandleOf(way))) {
+      const FlickerFormat format(FlickerFormatSampleWidth::kUncompressed2);
+      object->OnResponse(&format);
+      DeliverData(*object, way);
     }
   }
 
@@ -146,13 +165,13 @@ class Sequence {
     const auto mode = static_cast<SensorReportingMode>(input.Below(4));
     const char* const name = kNames[input.Below(std::size(kNames))];
     switch (step) {
-      case 4:
-        return EnableAmbientLight(name, mode);
-      case 5:
-        return EnableFlicker(name, input);
       case 6:
-        return Expect(api_->ChangeAmbientLightSensorReporting(session, mode), false, mode);
+        return EnableAmbientLight(name, mode);
       case 7:
+        return EnableFlicker(name, input);
+      case 8:
+        return Expect(api_->ChangeAmbientLightSensorReporting(session, mode), false, mode);
+      case 9:
         EXPECT_EQ(HylErr::kNullPointer, api_->GetFlickerConfig(name, nullptr, nullptr));
         return;
       default:
@@ -161,10 +180,10 @@ class Sequence {
   }
 
   void LoneStep(size_t step, Input& input) {
-    if (step == 9) {
+    if (step == 11) {
       Destroy();
       SetFaults(input);
-    } else if (step == 10) {
+    } else if (step == 12) {
       DeliverWithCall(input);
     } else {
       SideBySide(input);
@@ -206,16 +225,12 @@ class Sequence {
   }
 
   void DeliverWithCall(Input& input) {
-    const auto object = framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))]);
     const Operation& operation = kOperations[input.Below(std::size(kOperations))];
     const bool destroy = input.Below(2) != 0;
     const uint32_t session = AnySession(input);
-    const auto message = AnyMessage(input);
-    if (object != nullptr) {
-      t_in_callback = [&] { destroy ? Destroy() : Call(operation, session); };
-      object->OnResponse(message.get());
-      t_in_callback = {};
-    }
+    t_in_callback = [&] { destroy ? Destroy() : Call(operation, session); };
+    DeliverSound(input);
+    t_in_callback = {};
   }
 
   /// The other thread calls operations as well, or delivers what then runs into Destroy.
