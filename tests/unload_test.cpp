@@ -15,7 +15,7 @@ namespace hyl::v2::test {
 namespace {
 
 struct Unload {
-  void operator()(void* library) const { EXPECT_EQ(0, dlclose(library)) << dlerror(); }
+  void operator()(void* library) const { EXPECT_EQ(0, dlclose(library)); }
 };
 using Library = std::unique_ptr<void, Unload>;
 
@@ -36,7 +36,7 @@ void Use(const Library& library) {
       "11HylLogLevelE");
   const auto destroy =
       Find<decltype(HylSpectralApi::Destroy)>(library, "_ZN3hyl2v214HylSpectralApi7DestroyEPPS1_");
-  ASSERT_TRUE(create != nullptr && destroy != nullptr) << dlerror();
+  ASSERT_TRUE(create != nullptr && destroy != nullptr);
   HylSpectralApi* api = nullptr;
   ASSERT_EQ(HylErr::kOk, create(&api, nullptr, HylLogLevel::kError));
   EXPECT_TRUE(api->IsSensorSupported(OpticalSensorType::kFlicker, nullptr));
@@ -47,7 +47,7 @@ void Use(const Library& library) {
 void LoadUseAndUnload() {
   {
     const Library library = Load();
-    ASSERT_TRUE(library) << dlerror();
+    ASSERT_TRUE(library) << HYL_LIBRARY;
     Use(library);
   }
   ASSERT_FALSE(Load(RTLD_NOLOAD)) << "the library stays loaded";
