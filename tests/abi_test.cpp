@@ -92,8 +92,10 @@ TEST_F(AbiTest, SettingsKeepTheirSlots) {
     EXPECT_EQ(HylErr::kOk, row.call(instance.get(), row.slot)) << "slot " << row.slot << kWhatToDo;
     const std::vector<FrameworkCall> calls = framework.TakeInvokes();
     ASSERT_EQ(1U, calls.size()) << "slot " << row.slot << kWhatToDo;
-    EXPECT_EQ(static_cast<uint8_t>(row.access), calls[0].bytes[1]) << row.slot << kWhatToDo;
-    EXPECT_EQ(static_cast<uint8_t>(row.command), calls[0].bytes[2]) << row.slot << kWhatToDo;
+    EXPECT_EQ(static_cast<uint8_t>(row.access), calls[0].bytes[1])
+        << "slot " << row.slot << kWhatToDo;
+    EXPECT_EQ(static_cast<uint8_t>(row.command), calls[0].bytes[2])
+        << "slot " << row.slot << kWhatToDo;
   }
 }
 
@@ -129,19 +131,23 @@ TEST_F(AbiTest, SensorOperationsKeepTheirSlots) {
   EXPECT_EQ(Running{}, framework.Running()) << kWhatToDo;
 }
 
-/// A client's callback object without a class: a table of functions, and a note of who was called.
+/// A client's callback object without a class: a table of functions, which note who was called.
+/// They follow no pointer, since one called in the place of another gets other arguments.
 struct RawClient {
   static void Never(RawClient* self) { self->called = -1; }
-  static void OnSpectralData(RawClient* self, uint32_t kind, uint32_t, const Vector<float>* values,
+  static void OnSpectralData(RawClient* self, uint32_t kind, uint32_t session, const void*,
                              int64_t timestamp) {
-    self->called = kind == 0 && values->size() == 2 && timestamp == 5 ? 2 : -1;
+    self->called = kind == 0 && timestamp == 5 ? 2 : -1;
+    self->session = session;
   }
-  static void OnFlickerData(RawClient* self, uint32_t, const FlickerSampleBlock* block) {
-    self->called = block->num_samples == 2 ? 3 : -1;
+  static void OnFlickerData(RawClient* self, uint32_t session, const void*) {
+    self->called = 3;
+    self->session = session;
   }
 
   void (*const* table)();
   int called = 0;
+  uint32_t session = 0;
 };
 
 TEST_F(AbiTest, ClientCallbacksKeepTheirSlots) {
@@ -156,11 +162,13 @@ TEST_F(AbiTest, ClientCallbacksKeepTheirSlots) {
   ASSERT_EQ(HylErr::kOk, raw_instance->EnableAmbientLightSensor(nullptr, id, kContinuous));
   framework.Deliver(kRearContinuous, SampleMsg({1, 2}, 5));
   EXPECT_EQ(2, raw.called) << kWhatToDo;
+  EXPECT_EQ(id, raw.session) << kWhatToDo;
   ASSERT_EQ(HylErr::kOk,
             raw_instance->EnableFlickerSensor(nullptr, buffer, std::size(buffer), 16, id));
   framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::k16BitsIn2));
   framework.Deliver(kFlicker, FlickerData({1, 2, 3, 4}));
   EXPECT_EQ(3, raw.called) << kWhatToDo;
+  EXPECT_EQ(id, raw.session) << kWhatToDo;
 }
 
 /// The slot of a virtual operation, from a pointer to it, which both of the known encodings hold as
