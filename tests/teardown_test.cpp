@@ -206,7 +206,10 @@ TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-TEST_F(TeardownTest, DestroyOfNothingDoesNothing) {
+TEST_F(TeardownTest, NullPointersDoNothing) {
+  EXPECT_EQ(HylErr::kNullPointer,
+            HylSpectralApi::Create(nullptr, client.get(), HylLogLevel::kInfo));
+  EXPECT_THAT(framework.Take(), IsEmpty());
   HylSpectralApi::Destroy(nullptr);
   HylSpectralApi::Destroy(&api);
   EXPECT_EQ(nullptr, api);

@@ -60,9 +60,10 @@ struct FlickerFrequencyMetrics {
 /// list with an optical sensor has been seen, and never after.
 class HylSpectralApi {
  public:
-  /// Makes an instance and stores its address in `*out`, which must not be null.
+  /// Makes an instance and stores its address in `*out`.
   ///
-  /// Returns kOk always, also when the framework cannot be reached; the log says so then.
+  /// Returns kOk, also when the framework cannot be reached; the log says so then. Returns
+  /// kNullPointer, and makes nothing, when `out` is null.
   /// `callback` receives the sensor data; it is borrowed until Destroy, and may be null: data is
   /// dropped then. `level` is not interpreted. Sends nothing to the framework and does not wait.
   static HylErr Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
