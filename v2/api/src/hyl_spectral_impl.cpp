@@ -16,7 +16,7 @@ HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInte
 }
 
 void HylSpectralImpl::Destroy(HylSpectralImpl** p) {
-  if (p == nullptr || *p == nullptr || (*p)->destroying_.test_and_set()) {
+  if (p == nullptr || *p == nullptr || (*p)->destroying_.exchange(true)) {
     return;
   }
   delete *p;
@@ -45,6 +45,7 @@ HylSpectralImpl::~HylSpectralImpl() {
   for (const auto& callbacks : all) {
     callbacks->gate.Close();
   }
+  EndWaitForReply();
   for (const auto& callbacks : all) {
     callbacks->gate.Drain(callbacks);
   }
