@@ -13,17 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <hyl/hyl_spectral_api.h>
 #include <hyl/rls_msg_access.h>
 
-#include "gate.h"
-#include "instance.h"
-#include "log_capture.h"
-#include "messages.h"
-#include "recording_client.h"
-#include "scripted_api.h"
+#include "library_test.h"
 
 namespace hyl::v2::test {
 namespace {

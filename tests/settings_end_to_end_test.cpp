@@ -181,10 +181,6 @@ TEST_F(SettingsEndToEndTest, WhatWasWrittenIsReadBack) {
   ASSERT_EQ(HylErr::kOk, api_->GetFlickerConfig(nullptr, &channel, &gain));
   EXPECT_EQ(4U, channel);
   EXPECT_EQ(8, gain) << "the flicker sensor's own gain";
-
-  uint64_t uid = 0;
-  ASSERT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
-  EXPECT_EQ(host::kDeviceUid, uid);
 }
 
 TEST_F(SettingsEndToEndTest, GainAndExposureScaleTheSamples) {
