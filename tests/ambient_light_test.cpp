@@ -52,7 +52,7 @@ TEST_F(AmbientLightTest, RequestsAreRightByteByByte) {
   EXPECT_THAT(log.TakeProblems(), IsEmpty());
 }
 
-enum class Before { kIdle, kFrontOnly, kFarOnly, kRearRuns, kRearRunsAlone };
+enum class Before { kIdle, kFarOnly, kRearRuns, kRearRunsAlone };
 
 struct Call {
   enum { kEnable, kChange, kDisable } operation;
@@ -107,10 +107,6 @@ std::vector<Fault> EnableFaults() {
           .Gives(9, "Cannot enable ALS, invalid reporting mode: 3"),
       Fault("Unknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
       Fault("Flicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
-      Fault("Null", kFrontOnly, EnableIt(nullptr, 1)).Gives(7, "Sensor '' not found"),
-      Fault("Refused", kIdle, EnableIt("Rear", 2))
-          .Refusing(1)
-          .Gives(3, "InvokeAsyncServiceCall err:  3!", {kStart}),
       Fault("Index256", kFarOnly, EnableIt("Far", 1))
           .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
   };
@@ -147,9 +143,7 @@ class AmbientLightFaultTest : public LibraryTest, public ::testing::WithParamInt
  protected:
   void Prepare(Before before) {
     const SensorListEntry marker = MakeEntry(kListMarker, "");
-    if (before == kFrontOnly) {
-      framework.SetSensorList({marker, MakeEntry(kFrontContinuous, "Front ALS")});
-    } else if (before == kFarOnly) {
+    if (before == kFarOnly) {
       framework.SetSensorList({marker, MakeEntry(kRearContinuous + 256, "Far")});
     } else if (before == kRearRunsAlone) {
       framework.SetSensorList({marker, MakeEntry(kRearContinuous, "Rear ALS")});

@@ -12,14 +12,9 @@
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
 
-#include "instance.h"
-#include "log_capture.h"
-#include "recording_client.h"
+#include "library_test.h"
 
 namespace hyl::v2 {
 

@@ -68,6 +68,15 @@ struct Chunk {
   int left_bits = 0;              // compressed-1: unreadable ones
 };
 
+/// A chunk whose last `left_bits` bits cannot be read.
+constexpr Chunk Unreadable(const char* hex, uint8_t restart, int left_bits, size_t want = 0) {
+  return {.hex = hex, .restart = restart, .want = want, .left_bits = left_bits};
+}
+/// A chunk of `want` samples, of which there is room for `samples`.
+constexpr Chunk TooMany(const char* hex, uint8_t restart, const char* samples, size_t want) {
+  return {.hex = hex, .restart = restart, .samples = samples, .want = want};
+}
+
 struct StreamCase {
   const char* name;
   Format format;
@@ -97,7 +106,8 @@ Log LogOf(const StreamCase& stream, const Chunk& chunk, size_t size) {
 
 constexpr Format kPacked{kCompressed1};
 constexpr char kFour[] = "85 FD 64 80 18 F8";  // +5, -3, +100, -1000
-constexpr char kSumTo2147483632[] =
+/// Sixteen values with a sum of 2147483632.
+constexpr char kHighSum[] =
     "7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F "
     "BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F 7F BF 7F 7F "
     "7F BF";
@@ -112,48 +122,17 @@ constexpr StreamCase kCompressed1Cases[] = {
     {"RangeOf2Groups", kPacked, 12, 9, {{"00 C0 7F BF", 1, "-8192 -1"}}, -1},
     {"RangeOf3Groups", kPacked, 12, 9, {{"00 00 C0 7F 7F BF", 1, "-1048576 -1"}}, -1},
     {"RangeOf4Groups", kPacked, 12, 9, {{"00 00 00 C0 7F 7F 7F BF", 1, "-134217728 -1"}}, -1},
-    {"UnreadableTail",
-     kPacked,
-     12,
-     9,
-     {{.hex = "85 01 02", .restart = 1, .left_bits = 16}, {"81", 0, "6"}},
-     6},
-    {"FiveGroupsSpoilTheRest",
-     kPacked,
-     12,
-     9,
-     {{.hex = "85 01 01 01 01 81 82", .restart = 1, .left_bits = 48}, {"81", 0, "6"}},
-     6},
-    {"RestartDropsHeldByteAndSum",
-     kPacked,
-     12,
-     9,
-     {{"85 46", 1, "5", true}, {"80 FE", 3, "0 -2"}},
-     -2},
-    {"OnlyBit0OfRestartCounts",
-     kPacked,
-     12,
-     9,
-     {{"85 46", 1, "5", true}, {"80 FE", 0xFE, "75 73"}},
-     73},
-    {"TooManyStillSum",
-     kPacked,
-     12,
-     2,
-     {{.hex = kFour, .restart = 1, .samples = "5 2", .want = 4}, {"81", 0, "-897"}},
-     -897},
-    {"TooManyAndUnreadable",
-     kPacked,
-     12,
-     1,
-     {{.hex = "85 85 01 02", .restart = 1, .want = 2, .left_bits = 16}},
-     10},
+    {"UnreadableTail", kPacked, 12, 9, {Unreadable("85 01 02", 1, 16), {"81", 0, "6"}}, 6},
+    {"FiveGroups", kPacked, 12, 9, {Unreadable("85 01 01 01 01 81 82", 1, 48), {"81", 0, "6"}}, 6},
+    {"RestartDropsByteAndSum", kPacked, 12, 9, {{"85 46", 1, "5", true}, {"80 FE", 3, "0 -2"}}, -2},
+    {"RestartIsBit0", kPacked, 12, 9, {{"85 46", 1, "5", true}, {"80 FE", 0xFE, "75 73"}}, 73},
+    {"TooManyStillSum", kPacked, 12, 2, {TooMany(kFour, 1, "5 2", 4), {"81", 0, "-897"}}, -897},
+    {"TooManyAndUnreadable", kPacked, 12, 1, {Unreadable("85 85 01 02", 1, 16, 2)}, 10},
     {"SumWraps",
      kPacked,
      12,
      0,
-     {{.hex = kSumTo2147483632, .restart = 1, .samples = "", .want = 16},
-      {.hex = "BF", .samples = "", .want = 1}},
+     {TooMany(kHighSum, 1, "", 16), TooMany("BF", 0, "", 1)},
      -2147483601},
     {"To0Bits", kPacked, 0, 9, {{"85 F0", 1, "0 -1"}}, -11},
     {"To43Bits", kPacked, 43, 9, {{"85 81", 1, "-2147483648 0"}}, 6},
@@ -170,12 +149,8 @@ constexpr StreamCase kPairCases[] = {
     {"BigEndian", kBig, 16, 9, {{kPairs, 1, "-257 13330 256 128"}}},
     {"Widened", kLittle, 24, 9, {{kPairs, 1, "-512 1192960 256 -8388608"}}},
     {"NarrowedRoundsDown", kLittle, 12, 9, {{kPairs, 1, "-1 291 0 -2048"}}},
-    {"OddCapacityRoundsDown",
-     kLittle,
-     16,
-     3,
-     {{.hex = kPairs, .restart = 1, .samples = "-2 4660", .want = 4}}},
-    {"Capacity1", kLittle, 16, 1, {{.hex = "34 12 FE FF", .samples = "", .want = 2}}},
+    {"OddCapacityRoundsDown", kLittle, 16, 3, {TooMany(kPairs, 1, "-2 4660", 4)}},
+    {"Capacity1", kLittle, 16, 1, {TooMany("34 12 FE FF", 0, "", 2)}},
     {"Empty", kLittle, 16, 0, {{"", 0, ""}}},
     {"HalfAPair", kLittle, 16, 9, {{"34 12 FE FF", 1, "-2 4660"}, {"34 12 FE FF 00 80"}}},
     {"To32Bits", kLittle, 32, 9, {{"34 12 FE FF", 1, "-131072 305397760"}}},
@@ -196,11 +171,7 @@ constexpr StreamCase kUncompressedCases[] = {
     {"TwoBig", {2, false}, 16, 9, {{"80 00 7F FF", 1, "-32768 32767"}}},
     {"PaddingIsIgnored", {2, false, 3, 5}, 8, 9, {{"FF FF E0 1F 0F E0", 1, "-1 0 127"}}},
     {"NarrowestOf4", {4, true, 0, 16}, 4, 9, {{"FF FF FF 7F 00 00 00 F8", 1, "7 -1"}}},
-    {"DropsTheLast",
-     kThreeLittle,
-     24,
-     2,
-     {{.hex = kTriples, .restart = 1, .samples = "8388544 -8388608", .want = 3}}},
+    {"DropsTheLast", kThreeLittle, 24, 2, {TooMany(kTriples, 1, "8388544 -8388608", 3)}},
     {"Empty", {4}, 24, 0, {{"", 0, ""}}},
     {"APartOfASample", {3}, 24, 9, {{"01 00 00", 1, "1"}, {"01 00 00 02"}}},
     {"To33Bits", {4}, 33, 9, {{kExtremes4, 1, "2 -2"}}},

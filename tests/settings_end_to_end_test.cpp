@@ -12,13 +12,10 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <hyl/host/hub_settings.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
 
-#include "instance.h"
-#include "recording_client.h"
+#include "library_test.h"
 
 namespace hyl::v2::test {
 namespace {
