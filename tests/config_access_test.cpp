@@ -414,23 +414,5 @@ TEST(ConfigWaitTest, WritesThatDoNotWaitPassAnOperationThatWaits) {
   framework.AwaitAnswers();
 }
 
-/// The reply to another thread's write comes first; the read's own must still be what counts.
-TEST(ConfigWaitTest, AWriteAnsweredInBetweenDoesNotEndARead) {
-  ScriptedApi framework;
-  const Instance api(nullptr);
-  Gate sent;
-  framework.SetHook([&](const FrameworkCall&) { sent.Open(); });
-  uint64_t uid = 0;
-  auto reading = std::async(std::launch::async, [&] { return api->GetDeviceUid(nullptr, &uid); });
-  ASSERT_TRUE(sent.Pass());
-  ASSERT_EQ(HylErr::kOk, api->SetTorchLightState(nullptr, true));
-  framework.Deliver(kRearContinuous, SettingsReply(RlsAccess::kWrite, RlsCommand::kTorchLight));
-  SettingsReply own(RlsAccess::kRead, RlsCommand::kDeviceUid);
-  own.device_uid = 42;
-  framework.Deliver(kRearContinuous, own);
-  EXPECT_EQ(HylErr::kOk, reading.get());
-  EXPECT_EQ(42U, uid);
-}
-
 }  // namespace
 }  // namespace hyl::v2::test
