@@ -156,7 +156,7 @@ TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
   FlickerFormat format(k16BitsIn2);
   format.format_param = 0xF1F2F3F4;
   framework.Deliver(kFlicker, format);
-  FlickerData message(FourSamples(), 0, 0xA1);
+  FlickerData message(FourSamples(), 40, 0xA1);
   message.aux8_0 = 0xB1;
   message.aux8_1 = 0xB2;
   message.aux16_0 = 0xC1C2;
@@ -179,7 +179,7 @@ TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
   EXPECT_EQ(0xC3C4, block.aux16_1);
   EXPECT_EQ(0xC5C6, block.aux16_2);
   EXPECT_EQ(4U, block.num_samples);
-  EXPECT_EQ(0U, block.seq_num);
+  EXPECT_EQ(20U, block.seq_num);
   EXPECT_EQ(0xF1F2F3F4U, block.format_param);
   EXPECT_EQ(0xD1D2D3D4U, block.aux32_0);
   EXPECT_EQ(0xD5D6D7D8U, block.aux32_1);
