@@ -32,7 +32,7 @@ void RunOne(benchmark::State& state, const ComparisonMaker& maker,
   Runner runner(maker.make());
   runner.Round();
   runner.Forget();
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     state.SetIterationTime(1e-9 * runner.Round());
   }
   results.push_back(runner.Result());

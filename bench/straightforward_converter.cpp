@@ -30,7 +30,7 @@ bool StraightforwardConverter::ReadDifference(const uint8_t* data, size_t len, i
     if ((byte & kStop) != 0) {
       const int unused = 32 - 7 * (group + 1);
       out = static_cast<int32_t>(payload << unused) >> unused;
-      bit_pos_ += 8 * (group + 1);
+      bit_pos_ += int64_t{8} * (group + 1);
       return true;
     }
   }

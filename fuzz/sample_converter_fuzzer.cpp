@@ -9,47 +9,19 @@
 //   5  and above: chunk: restart, length, that many bytes
 // Arguments that the input no longer holds are 0.
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <optional>
-#include <span>
 
+#include "input.h"
 #include "sample_converter_twin.h"
 
 namespace {
 
 using hyl::v2::test::ConverterTwin;
-
-class Input {
- public:
-  explicit Input(std::span<const uint8_t> bytes) : bytes_(bytes) {}
-
-  bool Empty() const { return bytes_.empty(); }
-
-  uint8_t Byte() {
-    if (bytes_.empty()) return 0;
-    const uint8_t byte = bytes_.front();
-    bytes_ = bytes_.subspan(1);
-    return byte;
-  }
-  int SignedByte() { return static_cast<int8_t>(Byte()); }
-  uint32_t Word() {
-    uint32_t word = 0;
-    for (int i = 0; i < 4; ++i) word = word << 8 | Byte();
-    return word;
-  }
-  std::span<const uint8_t> Bytes(size_t count) {
-    const auto taken = bytes_.first(std::min(count, bytes_.size()));
-    bytes_ = bytes_.subspan(taken.size());
-    return taken;
-  }
-
- private:
-  std::span<const uint8_t> bytes_;
-};
+using hyl::v2::test::Input;
 
 void SetOutput(Input& input, ConverterTwin& twin) {
   constexpr uint8_t kNullBuffer = 255;
@@ -78,7 +50,7 @@ void Call(Input& input, ConverterTwin& twin) {
     case 1:
       return Configure(input, twin);
     case 2:
-      return twin.AskSeqNum(input.Word());
+      return twin.AskSeqNum(input.Value<uint32_t>());
     case 3:
       return twin.AskSeqNum(twin.Converter().total_bytes_ +
                             static_cast<uint32_t>(input.SignedByte()));

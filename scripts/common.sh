@@ -18,5 +18,13 @@ list_sources() {
 # One build tree for the checks by clang, of everything that can be built.
 configure_clang() {
   cmake -S . -B build/clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
-    -DHYL_BUILD_BENCH=ON -DHYL_BUILD_FUZZERS=ON
+    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DHYL_BUILD_BENCH=ON -DHYL_BUILD_FUZZERS=ON
+}
+
+# The optimised tool, in the tree build/demo, with what it needs.
+build_tool() {
+  scripts/setup build demo
+  cmake --preset release -B build/demo -DHYL_BUILD_TESTS=OFF -DHYL_BUILD_BENCH=OFF \
+    -DHYL_LARGE_UNITS=ON
+  cmake --build build/demo --target hyl_spectral_tool
 }

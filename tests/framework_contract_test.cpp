@@ -136,7 +136,6 @@ TEST(SensorEvent, ALongChainIsFreedWithItsFirstEvent) {
 }
 
 TEST(FrameworkDeathTest, BrokenReferencesEndTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   const host::SensorEventPtr event = Chain({{}});
   const auto take_255_more = [&] {
     for (int i = 0; i < 255; ++i) {

@@ -206,7 +206,27 @@ TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-TEST_F(TeardownTest, DestroyOfNothingDoesNothing) {
+TEST_F(TeardownTest, DestroyEndsTheWaitOfACallbackForAReply) {
+  Gate sent;
+  framework.SetHook([&](const FrameworkCall&) { sent.Open(); });
+  std::thread delivery([&] {
+    t_in_callback = [this, running = api] {
+      uint8_t value = 0;
+      EXPECT_EQ(HylErr::kFailed, running->GetRegister(nullptr, 1, &value));
+    };
+    Deliver(DataWay::kFrontEvents);
+  });
+  sent.Pass();
+  // Well under the 5 s that the wait for a reply would take.
+  ReturnsInTime(
+      "Destroy", [&] { HylSpectralApi::Destroy(&api); }, std::chrono::seconds(3));
+  delivery.join();
+}
+
+TEST_F(TeardownTest, NullPointersDoNothing) {
+  EXPECT_EQ(HylErr::kNullPointer,
+            HylSpectralApi::Create(nullptr, client.get(), HylLogLevel::kInfo));
+  EXPECT_THAT(framework.Take(), IsEmpty());
   HylSpectralApi::Destroy(nullptr);
   HylSpectralApi::Destroy(&api);
   EXPECT_EQ(nullptr, api);

@@ -10,7 +10,7 @@ struct ExitCodeText {
   const char* text;
 };
 
-constexpr ExitCodeText kTexts[] = {
+constexpr ExitCodeText kExitCodeTexts[] = {
     {ExitCode::kOk, "done; also after Ctrl-C, or when the reader of a pipe has gone"},
     {ExitCode::kInternal, "no memory, threads or files to be had"},
     {ExitCode::kUsage, "the command line is wrong"},
@@ -24,7 +24,7 @@ constexpr ExitCodeText kTexts[] = {
 
 std::string ExitCodesHelp() {
   std::string help = "Exit codes:\n";
-  for (const ExitCodeText& entry : kTexts) {
+  for (const ExitCodeText& entry : kExitCodeTexts) {
     android::base::StringAppendF(&help, "  %d  %s\n", static_cast<int>(entry.code), entry.text);
   }
   return help;

@@ -12,8 +12,8 @@ namespace {
 
 using android::base::StringPrintf;
 
-constexpr size_t kLabelColumns = 36;
-constexpr double kWaveSeconds = 0.04;  // two periods of a 50 Hz mains
+constexpr size_t kRowLabelColumns = 36;
+constexpr double kPanelWaveSeconds = 0.04;  // two periods of a 50 Hz mains
 
 /// The samples as one line of `columns` cells; an empty cell is darkness.
 std::string WaveLine(std::span<const int32_t> samples, size_t columns,
@@ -63,14 +63,14 @@ class Panel : public FlickerWriter {
 
   std::string Gauge(const char* name, const std::string& value, double fill) const {
     const std::string label = StringPrintf("%-13s  %-19s  ", name, value.c_str());
-    if (columns_ <= kLabelColumns + 1) {
+    if (columns_ <= kRowLabelColumns + 1) {
       return Cut(label);
     }
-    return label + Bar(fill, columns_ - kLabelColumns - 1, terminal_) + "\n";
+    return label + Bar(fill, columns_ - kRowLabelColumns - 1, terminal_) + "\n";
   }
 
   std::string Wave(const FlickerReport& report) const {
-    const auto wanted = static_cast<size_t>(kWaveSeconds * report.sample_rate_hz);
+    const auto wanted = static_cast<size_t>(kPanelWaveSeconds * report.sample_rate_hz);
     const auto wave = report.samples.last(std::min(wanted, report.samples.size()));
     if (!terminal_.unicode || wave.empty() || columns_ < 2) {
       return {};

@@ -117,7 +117,6 @@ ScriptedApi::ScriptedApi() {
     live.push_back(this);
     host::SetApiFactory(CreateForThisThread);
   }
-  answer_thread_ = std::thread([this] { DeliverAnswers(); });
 }
 
 ScriptedApi::~ScriptedApi() {
@@ -134,7 +133,9 @@ ScriptedApi::~ScriptedApi() {
     ended_ = true;
     changed_.notify_all();
   }
-  answer_thread_.join();
+  if (answer_thread_.joinable()) {
+    answer_thread_.join();
+  }
 }
 
 std::unique_ptr<Api> ScriptedApi::CreateForThisThread(ClientType type) {
@@ -179,6 +180,9 @@ void ScriptedApi::SetHook(Hook hook) {
 void ScriptedApi::AnswerWith(Answer answer) {
   const std::lock_guard lock(mutex_);
   answer_ = std::move(answer);
+  if (!answer_thread_.joinable()) {
+    answer_thread_ = std::thread([this] { DeliverAnswers(); });
+  }
 }
 
 std::vector<std::unique_ptr<Message>> ScriptedApi::Echo(const FrameworkCall& call) {

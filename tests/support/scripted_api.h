@@ -134,7 +134,7 @@ class ScriptedApi {
   void NoteAccepted_locked(const FrameworkCall& call, Callbacks callbacks);
   void DeliverAnswers();
 
-  std::mutex mutex_;  // guards all below but answer_thread_
+  std::mutex mutex_;  // guards all below; answer_thread_ is joined without it
   std::condition_variable changed_;
   std::vector<FrameworkCall> calls_;
   std::map<uint32_t, Callbacks> callbacks_;

@@ -14,10 +14,10 @@ double Limited(double value, double low, double high) {
 
 /// The nearest scene that makes sense.
 LightScene Plausible(LightScene scene) {
-  constexpr double kMaxLux = 200000;
+  constexpr double kMaxSceneLux = 200000;
   constexpr double kMaxHz = 12000;
   constexpr double kMaxPeriodS = 1e9;
-  scene.illuminance_lux = Limited(scene.illuminance_lux, 0, kMaxLux);
+  scene.illuminance_lux = Limited(scene.illuminance_lux, 0, kMaxSceneLux);
   scene.drift_period_s = Limited(scene.drift_period_s, 0, kMaxPeriodS);
   scene.drift_depth = Limited(scene.drift_depth, 0, 1);
   scene.mains_hz = Limited(scene.mains_hz, 0, kMaxHz);

@@ -57,11 +57,13 @@ HylErr VectorBase::Resize(size_t new_count, size_t elem_size, HylHeapEnum heap) 
 }
 
 void VectorBase::DestroyVector(size_t elem_size) {
-  while (count_ > 0) {
-    DestroyElem(ElemAt(data_, --count_, elem_size));
+  for (char* elem = ElemAt(data_, count_, elem_size); elem != data_;) {
+    elem -= elem_size;
+    DestroyElem(elem);
   }
   ::operator delete(data_);
   data_ = nullptr;
+  count_ = 0;
   reserved_ = 0;
 }
 

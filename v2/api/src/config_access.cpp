@@ -1,16 +1,16 @@
-#include <chrono>
 #include <mutex>
 
 #include <hyl/hyl_spectral_impl.h>
 
 #include "requests.h"
+#include "time_limits.h"
 
 namespace hyl::v2 {
-namespace {
 
-constexpr std::chrono::seconds kReplyTimeLimit{5};
-/// How long a waiting operation lets the replies to other requests arrive.
-constexpr std::chrono::milliseconds kOwedReplyTimeLimit{100};
+using spectral::kOwedReplyTimeLimit;
+using spectral::kReplyTimeLimit;
+
+namespace {
 
 RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command) {
   RlsMsgAccessReq request;
@@ -105,12 +105,12 @@ uint64_t HylSpectralImpl::BeginWait(const RlsMsgAccessReq& request) {
 }
 
 bool HylSpectralImpl::AwaitReply_locked(uint64_t handled_before) {
-  const bool replied =
-      rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kReplyTimeLimit,
-                                         [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
-                                           return reply_ledger_.handled() != handled_before;
-                                         });
-  if (!replied) {
+  const bool replied = rear_callbacks_->reply_cv.wait_for(
+      rear_callbacks_->reply_mutex, kReplyTimeLimit,
+      [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
+        return reply_ledger_.handled() != handled_before || rear_callbacks_->gate.closed();
+      });
+  if (!replied || reply_ledger_.handled() == handled_before) {
     return false;
   }
   rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kOwedReplyTimeLimit,
@@ -119,6 +119,14 @@ bool HylSpectralImpl::AwaitReply_locked(uint64_t handled_before) {
                                               reply_ledger_.AllSettled();
                                      });
   return true;
+}
+
+void HylSpectralImpl::EndWaitForReply() {
+  {
+    // The one who waits has either seen the gate closed, or waits by now.
+    const std::lock_guard lock(rear_callbacks_->reply_mutex);
+  }
+  rear_callbacks_->reply_cv.notify_all();
 }
 
 void HylSpectralImpl::StoreConfigReply(const RlsMsgAccessResp& reply) {

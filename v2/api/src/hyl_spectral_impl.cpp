@@ -8,12 +8,15 @@
 namespace hyl::v2 {
 
 HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback) {
+  if (out == nullptr) {
+    return HylErr::kNullPointer;
+  }
   *out = new HylSpectralImpl(callback);
   return HylErr::kOk;
 }
 
 void HylSpectralImpl::Destroy(HylSpectralImpl** p) {
-  if (p == nullptr || *p == nullptr || (*p)->destroying_.test_and_set()) {
+  if (p == nullptr || *p == nullptr || (*p)->destroying_.exchange(true)) {
     return;
   }
   delete *p;
@@ -42,6 +45,7 @@ HylSpectralImpl::~HylSpectralImpl() {
   for (const auto& callbacks : all) {
     callbacks->gate.Close();
   }
+  EndWaitForReply();
   for (const auto& callbacks : all) {
     callbacks->gate.Drain(callbacks);
   }

@@ -1,18 +1,17 @@
 #include <hyl/sensor_info_mgr.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <thread>
 #include <utility>
 
 #include "log.h"
+#include "time_limits.h"
 
 namespace hyl::v2::spectral {
 namespace {
 
 constexpr int kDiscoveryAttempts = 50;
-constexpr std::chrono::milliseconds kDiscoveryInterval{100};
 
 constexpr uint32_t kFrameworkTypeOffset = 256;
 constexpr uint32_t kListCompleteMarkerType = 21;

@@ -60,9 +60,10 @@ struct FlickerFrequencyMetrics {
 /// list with an optical sensor has been seen, and never after.
 class HylSpectralApi {
  public:
-  /// Makes an instance and stores its address in `*out`, which must not be null.
+  /// Makes an instance and stores its address in `*out`.
   ///
-  /// Returns kOk always, also when the framework cannot be reached; the log says so then.
+  /// Returns kOk, also when the framework cannot be reached; the log says so then. Returns
+  /// kNullPointer, and makes nothing, when `out` is null.
   /// `callback` receives the sensor data; it is borrowed until Destroy, and may be null: data is
   /// dropped then. `level` is not interpreted. Sends nothing to the framework and does not wait.
   static HylErr Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
@@ -73,8 +74,9 @@ class HylSpectralApi {
   /// After it has returned, no callback of the client runs or starts. It waits for the deliveries
   /// that have begun, thus for as long as the client's callbacks run. Called from inside one of the
   /// instance's own callbacks it does not wait for the delivery that it was called from, and the
-  /// library touches neither the instance nor the client afterwards. Called from inside a callback
-  /// while another thread's Destroy is at work, it does nothing: the other one ends the instance.
+  /// library touches neither the instance nor the client afterwards. Called from inside one of them
+  /// while another thread's Destroy is at work, it does nothing and leaves `*p` alone: the other
+  /// one ends the instance, and the client object must live until that has returned.
   ///
   /// No other operation of the instance may be under way on another thread, one that was called
   /// inside a callback excepted. The client must not hold a lock that its callbacks take. Running
@@ -157,8 +159,12 @@ class HylSpectralApi {
   /// of an instance take turns, and each waits about 5 s at most in its turn. They return kOk and
   /// fill the out values; kNullPointer when an out pointer is null, before anything is sent;
   /// kFailed when no reply came in time; or the framework's code. The out values are written on kOk
-  /// only. Inside a callback they can only end by their time limit, when the framework delivers
-  /// replies on the calling thread.
+  /// only. Replies carry no number: a value may be one that the framework gave for an earlier
+  /// request, when the own reply takes more than 0.1 s longer than another one.
+  ///
+  /// Inside a callback they can only end by their time limit, when the framework delivers replies
+  /// on the calling thread; so do those of other threads that are under way then. Destroy ends them
+  /// with kFailed.
   ///
   /// The operations without an out pointer send one request and do not wait. They return kOk when
   /// the framework has accepted it, or the framework's code. They are safe inside a callback.

@@ -126,15 +126,14 @@ class HylSpectralImpl final : public HylSpectralApi {
       HYL_EXCLUDES(config_turn_mutex_);
   /// Lets owed replies arrive, and announces the request. Returns the number of replies so far.
   uint64_t BeginWait(const RlsMsgAccessReq& request);
-  /// False when no reply has come in time.
+  /// False when no reply has come in time, or none can come any more.
   bool AwaitReply_locked(uint64_t handled_before) HYL_REQUIRES(rear_callbacks_->reply_mutex);
+  /// Ends the wait of a client callback, now that the rear object's gate is closed to its reply.
+  void EndWaitForReply();
   void StoreReadReply_locked(const RlsMsgAccessResp& reply)
       HYL_REQUIRES(rear_callbacks_->reply_mutex);
   void StoreWriteReply_locked(const RlsMsgAccessResp& reply)
       HYL_REQUIRES(rear_callbacks_->reply_mutex);
-
-  /// Set by the first Destroy. Atomic: callbacks on several threads may call Destroy.
-  std::atomic_flag destroying_;
 
   // The order of the members is the order of construction and, reversed, of teardown.
 
@@ -170,6 +169,9 @@ class HylSpectralImpl final : public HylSpectralApi {
   spectral::ReplyLedger reply_ledger_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex);
   /// Held by a configuration operation that waits, from before it sends until it has its result.
   std::mutex config_turn_mutex_ HYL_ACQUIRED_BEFORE(rear_callbacks_->reply_mutex);
+
+  /// Set by the first Destroy. Atomic: callbacks on several threads may call Destroy.
+  std::atomic<bool> destroying_{false};
 };
 
 }  // namespace hyl::v2

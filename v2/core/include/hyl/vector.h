@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <new>
-#include <type_traits>
 #include <utility>
 
 #include <hyl/heap.h>
@@ -75,11 +74,11 @@ class Vector final : public VectorBase {
  public:
   Vector() = default;
   Vector(Vector&& other) noexcept { Swap(other); }
-  ~Vector() override { DestroyElems(); }
+  ~Vector() override { DestroyVector(sizeof(T)); }
 
   Vector& operator=(Vector&& other) noexcept {
     if (this != &other) {
-      DestroyElems();
+      DestroyVector(sizeof(T));
       Swap(other);
     }
     return *this;
@@ -108,14 +107,6 @@ class Vector final : public VectorBase {
   T* end() { return data() + count_; }
   const T* begin() const { return data(); }
   const T* end() const { return data() + count_; }
-
- private:
-  void DestroyElems() {
-    if constexpr (std::is_trivially_destructible_v<T>) {
-      count_ = 0;  // saves DestroyVector a virtual call per element that would do nothing
-    }
-    DestroyVector(sizeof(T));
-  }
 };
 
 static_assert(sizeof(Vector<float>) == sizeof(VectorBase));

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <vector>
+
+#include "input.h"
+#include "messages.h"
+
+namespace hyl::v2::test {
+
+// Messages that may be wrong wherever the framework can be: they lie, but not about memory.
+
+inline std::vector<float> AnyFloats(Input& input) {
+  std::vector<float> values(input.Byte());
+  std::generate(values.begin(), values.end(), [&] { return input.Value<float>(); });
+  return values;
+}
+
+/// Overwrites the fields from offset `begin` to before `end`.
+template <typename Record>
+std::unique_ptr<Message> WithAnyFields(std::unique_ptr<Record> message, size_t begin, size_t end,
+                                       Input& input) {
+  const auto bytes = input.Bytes(end - begin);
+  std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(message.get()) + begin);
+  return message;
+}
+
+inline std::unique_ptr<Message> AnySample(Input& input) {
+  auto message = std::make_unique<SampleMsg>(AnyFloats(input), input.Value<int64_t>());
+  if (input.Below(4) == 0) {
+    message->sample.value_count = input.Value<uint32_t>();
+  }
+  return message;
+}
+
+inline std::unique_ptr<Message> AnyEvents(Input& input) {
+  constexpr size_t kEndless = 15;
+  const size_t count = input.Below(kEndless + 1);
+  std::vector<Event> events(input.Below(8));
+  for (Event& event : events) {
+    event = {input.Below(4) == 0 ? input.Byte() : 1, AnyFloats(input), input.Value<int64_t>()};
+  }
+  return std::make_unique<Events>(Chain(events), count == kEndless ? ~uint64_t{0} : count);
+}
+
+inline std::unique_ptr<Message> AnyFlickerData(Input& input) {
+  enum : size_t { kNullData = 1, kShortened = 2, kEnd = 8 };
+  const size_t lie = input.Below(kEnd);
+  const auto bytes = input.Bytes(input.Byte());
+  auto message = std::make_unique<FlickerData>(std::vector(bytes.begin(), bytes.end()),
+                                               input.Value<uint32_t>());
+  if (lie == kNullData) {
+    message->data = nullptr;
+  } else if (lie == kShortened) {
+    message->size = std::min<uint64_t>(message->size, input.Byte());
+  }
+  return WithAnyFields(std::move(message), 49, 84, input);
+}
+
+inline std::unique_ptr<Message> AnyFlickerFormat(Input& input) {
+  auto message = std::make_unique<FlickerFormat>(FlickerFormatSampleWidth{input.SignedByte()});
+  message->format_param = input.Value<uint32_t>();
+  return WithAnyFields(std::move(message), 20, 23, input);
+}
+
+/// A message of any type, of the class that its receivers take it for.
+inline std::unique_ptr<Message> AnyMessage(Input& input) {
+  constexpr uint8_t kTypes[] = {2, 3, 4, 7, 8, 64, 65, 66};
+  const uint8_t pick = input.Byte();
+  const uint8_t type = pick < 0xE0 ? kTypes[pick % std::size(kTypes)] : input.Byte();
+  switch (type) {
+    case 2:
+    case 3:
+    case 4:
+      return std::make_unique<StatusReply>(type, input.Byte());
+    case 7:
+      return AnySample(input);
+    case 8:
+      return AnyEvents(input);
+    case 64:
+      return WithAnyFields(std::make_unique<SettingsReply>(RlsAccess{}, RlsCommand{}), 10, 61,
+                           input);
+    case 65:
+      return AnyFlickerData(input);
+    case 66:
+      return AnyFlickerFormat(input);
+    default:
+      return std::make_unique<BareMessage>(type);
+  }
+}
+
+}  // namespace hyl::v2::test
