@@ -23,24 +23,6 @@ std::vector<std::string> Requests(ScriptedApi& framework) {
   return requests;
 }
 
-struct Field {
-  size_t offset;
-  size_t width;
-  uint64_t value;
-};
-
-/// A request of `size` bytes, without its table pointer: zero but for the fields.
-std::vector<uint8_t> Bytes(size_t size, const std::vector<Field>& fields) {
-  std::vector<uint8_t> bytes(size);
-  for (const Field& field : fields) {
-    for (size_t i = 0; i < field.width; ++i) {
-      bytes.at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
-    }
-  }
-  bytes.erase(bytes.begin(), bytes.begin() + 8);
-  return bytes;
-}
-
 using AmbientLightTest = LibraryTest;
 
 TEST_F(AmbientLightTest, RequestsAreRightByteByByte) {
@@ -52,39 +34,25 @@ TEST_F(AmbientLightTest, RequestsAreRightByteByByte) {
   ASSERT_EQ(4U, calls.size());
   EXPECT_EQ(3U, calls[0].type);
   EXPECT_EQ(0x04F40000U, calls[0].handle);
-  EXPECT_EQ(
-      Bytes(56, {{8, 1, 1}, {12, 4, 0x0A0003F4}, {40, 8, 100'000'000}, {48, 1, 1}, {49, 1, 1}}),
-      calls[0].bytes);
+  EXPECT_EQ(RequestBytes(
+                56, {{8, 1, 1}, {12, 4, 0x0A0003F4}, {40, 8, 100'000'000}, {48, 1, 1}, {49, 1, 1}}),
+            calls[0].bytes);
   EXPECT_EQ(2U, calls[1].type);
   EXPECT_EQ(0x010C0001U, calls[1].handle);
-  EXPECT_EQ(Bytes(40, {{8, 1, 1}, {12, 4, 0x0A01000C}, {33, 1, 1}, {34, 1, 1}}), calls[1].bytes);
+  EXPECT_EQ(RequestBytes(40, {{8, 1, 1}, {12, 4, 0x0A01000C}, {33, 1, 1}, {34, 1, 1}}),
+            calls[1].bytes);
   EXPECT_EQ(4U, calls[2].type);
   EXPECT_EQ(0x04F40000U, calls[2].handle);
-  EXPECT_EQ(Bytes(16, {{8, 1, 1}, {12, 4, 0x0A0003F4}}), calls[2].bytes);
+  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A0003F4}}), calls[2].bytes);
   EXPECT_EQ(0x010C0001U, calls[3].handle);
-  EXPECT_EQ(Bytes(16, {{8, 1, 1}, {12, 4, 0x0A01000C}}), calls[3].bytes);
+  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A01000C}}), calls[3].bytes);
   EXPECT_EQ(calls[0].callbacks, calls[2].callbacks);
   EXPECT_EQ(calls[1].callbacks, calls[3].callbacks);
   EXPECT_NE(calls[0].callbacks, calls[1].callbacks);
   EXPECT_THAT(log.TakeProblems(), IsEmpty());
 }
 
-TEST_F(AmbientLightTest, ChangeMovesTheSessionToTheOtherSensor) {
-  const uint32_t id = Enable("Front");
-  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kContinuous));
-  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
-  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
-  framework.Deliver(kFrontOnChange, SampleMsg({1}));
-  EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, id, {1}, 0}));
-  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kContinuous));
-  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
-  EXPECT_THAT(Requests(framework),
-              ElementsAre("3 4f40001 a0103f4", "4 4f40001 a0103f4", "2 10c0001 a01000c",
-                          "4 10c0001 a01000c", "3 4f40001 a0103f4", "4 4f40001 a0103f4"));
-  EXPECT_THAT(log.TakeProblems(), IsEmpty());
-}
-
-enum class Before { kIdle, kFrontOnly, kFarOnly, kRearRuns, kRearRunsAlone };
+enum class Before { kIdle, kFarOnly, kRearRuns, kRearRunsAlone };
 
 struct Call {
   enum { kEnable, kChange, kDisable } operation;
@@ -139,10 +107,6 @@ std::vector<Fault> EnableFaults() {
           .Gives(9, "Cannot enable ALS, invalid reporting mode: 3"),
       Fault("Unknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
       Fault("Flicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
-      Fault("Null", kFrontOnly, EnableIt(nullptr, 1)).Gives(7, "Sensor '' not found"),
-      Fault("Refused", kIdle, EnableIt("Rear", 2))
-          .Refusing(1)
-          .Gives(3, "InvokeAsyncServiceCall err:  3!", {kStart}),
       Fault("Index256", kFarOnly, EnableIt("Far", 1))
           .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
   };
@@ -179,9 +143,7 @@ class AmbientLightFaultTest : public LibraryTest, public ::testing::WithParamInt
  protected:
   void Prepare(Before before) {
     const SensorListEntry marker = MakeEntry(kListMarker, "");
-    if (before == kFrontOnly) {
-      framework.SetSensorList({marker, MakeEntry(kFrontContinuous, "Front ALS")});
-    } else if (before == kFarOnly) {
+    if (before == kFarOnly) {
       framework.SetSensorList({marker, MakeEntry(kRearContinuous + 256, "Far")});
     } else if (before == kRearRunsAlone) {
       framework.SetSensorList({marker, MakeEntry(kRearContinuous, "Rear ALS")});

@@ -13,17 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <hyl/hyl_spectral_api.h>
 #include <hyl/rls_msg_access.h>
 
-#include "gate.h"
-#include "instance.h"
-#include "log_capture.h"
-#include "messages.h"
-#include "recording_client.h"
-#include "scripted_api.h"
+#include "library_test.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -420,24 +412,6 @@ TEST(ConfigWaitTest, WritesThatDoNotWaitPassAnOperationThatWaits) {
   EXPECT_EQ(HylErr::kOk, waiting.get());
   EXPECT_EQ(0x8A8B8C8D8E8F9091U, uid);
   framework.AwaitAnswers();
-}
-
-/// The reply to another thread's write comes first; the read's own must still be what counts.
-TEST(ConfigWaitTest, AWriteAnsweredInBetweenDoesNotEndARead) {
-  ScriptedApi framework;
-  const Instance api(nullptr);
-  Gate sent;
-  framework.SetHook([&](const FrameworkCall&) { sent.Open(); });
-  uint64_t uid = 0;
-  auto reading = std::async(std::launch::async, [&] { return api->GetDeviceUid(nullptr, &uid); });
-  ASSERT_TRUE(sent.Pass());
-  ASSERT_EQ(HylErr::kOk, api->SetTorchLightState(nullptr, true));
-  framework.Deliver(kRearContinuous, SettingsReply(RlsAccess::kWrite, RlsCommand::kTorchLight));
-  SettingsReply own(RlsAccess::kRead, RlsCommand::kDeviceUid);
-  own.device_uid = 42;
-  framework.Deliver(kRearContinuous, own);
-  EXPECT_EQ(HylErr::kOk, reading.get());
-  EXPECT_EQ(42U, uid);
 }
 
 }  // namespace

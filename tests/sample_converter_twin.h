@@ -8,6 +8,7 @@
 #include <span>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <hyl/sample_converter.h>
 
@@ -48,7 +49,7 @@ class ConverterTwin {
     Compare();
   }
 
-  void Convert(std::span<const uint8_t> chunk, uint8_t restart) {
+  bool Convert(std::span<const uint8_t> chunk, uint8_t restart) {
     const auto copy = std::make_unique<uint8_t[]>(chunk.size());
     std::copy(chunk.begin(), chunk.end(), copy.get());
     std::fill_n(buffer_.get(), capacity_, kUntouched);
@@ -56,9 +57,13 @@ class ConverterTwin {
     Expect("Convert", converted, model_.Convert(chunk, restart));
     if (converted) CompareSamples();
     Compare();
+    return converted;
   }
 
   const hyl::v2::spectral::SampleConverter& Converter() const { return converter_; }
+  const SampleConverterModel& Model() const { return model_; }
+  /// What the model logged in the latest call.
+  const std::vector<LogEntry>& LatestLog() const { return latest_log_; }
   /// Samples compared so far.
   size_t SampleCount() const { return sample_count_; }
   /// How the two first differed; empty if they never did.
@@ -90,10 +95,10 @@ class ConverterTwin {
 
   void CompareLogs() {
     const auto logged = log_.Take();
-    const auto wanted = model_.TakeLog();
-    Expect("number of log entries", logged.size(), wanted.size());
-    for (size_t i = 0; i < std::min(logged.size(), wanted.size()); ++i) {
-      Expect("log entry", logged[i], wanted[i]);
+    latest_log_ = model_.TakeLog();
+    Expect("number of log entries", logged.size(), latest_log_.size());
+    for (size_t i = 0; i < std::min(logged.size(), latest_log_.size()); ++i) {
+      Expect("log entry", logged[i], latest_log_[i]);
     }
   }
 
@@ -110,6 +115,7 @@ class ConverterTwin {
   size_t capacity_ = 0;
   hyl::v2::spectral::SampleConverter converter_;
   SampleConverterModel model_;
+  std::vector<LogEntry> latest_log_;
   std::string difference_;
   size_t calls_ = 0;
   size_t sample_count_ = 0;

@@ -5,7 +5,6 @@
 #include <thread>
 #include <vector>
 
-#include <hyl/host/vector_faults.h>
 #include <hyl/sensor_info_mgr.h>
 
 #include "library_test.h"
@@ -247,18 +246,6 @@ TEST_F(SensorListTest, RequestIdsAreRecordedByTypePriorityAndPrefix) {
     EXPECT_EQ(Info("Sensor-List[5]@V1:"), entries[1]);
     EXPECT_EQ(Info("  Flicker-t:13 p:0 r:5"), entries[6]);
   }
-}
-
-TEST_F(SensorListTest, SensorsWithoutMemoryAreLeftOut) {
-  int growth = 0;
-  host::FailVectorGrowth([&] { return ++growth == 2; });
-  EXPECT_EQ("", Find(manager, 1012, "Rear", 0));
-  EXPECT_EQ("Rear ALS-t:12 p:0 r:0", Find(manager, 12, "Rear", 0));
-  EXPECT_EQ("Flicker-t:13 p:0 r:0", Find(manager, 13, nullptr, 0));
-  growth = 1;
-  EXPECT_THAT(Strings(manager.GetSensorNames(13)), IsEmpty());
-  host::FailVectorGrowth({});
-  EXPECT_THAT(Strings(manager.GetSensorNames(13)), ElementsAre("Flicker"));
 }
 
 TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {

@@ -12,13 +12,10 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <hyl/host/hub_settings.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
 
-#include "instance.h"
-#include "recording_client.h"
+#include "library_test.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -181,10 +178,6 @@ TEST_F(SettingsEndToEndTest, WhatWasWrittenIsReadBack) {
   ASSERT_EQ(HylErr::kOk, api_->GetFlickerConfig(nullptr, &channel, &gain));
   EXPECT_EQ(4U, channel);
   EXPECT_EQ(8, gain) << "the flicker sensor's own gain";
-
-  uint64_t uid = 0;
-  ASSERT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
-  EXPECT_EQ(host::kDeviceUid, uid);
 }
 
 TEST_F(SettingsEndToEndTest, GainAndExposureScaleTheSamples) {

@@ -7,11 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include <condition_variable>
-
 #include <hyl/hyl_spectral_api_callback_interface.h>
-
-#include "gate.h"
 
 namespace hyl::v2::test {
 
@@ -63,13 +59,6 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
     return std::exchange(flicker_, {});
   }
 
-  /// Waits until `count` calls of both kinds together have come since the last Take.
-  bool AwaitCalls(size_t count) {
-    std::unique_lock lock(mutex_);
-    return called_.wait_for(lock, kPatience,
-                            [&] { return spectral_.size() + flicker_.size() >= count; });
-  }
-
  private:
   template <typename Record>
   void RunHook(Record record) {
@@ -77,7 +66,6 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
     {
       const std::lock_guard lock(mutex_);
       record();
-      called_.notify_all();
       hook = hook_;
     }
     if (hook) {
@@ -86,7 +74,6 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
   }
 
   std::mutex mutex_;
-  std::condition_variable called_;
   std::function<void()> hook_;          // guarded by mutex_
   std::vector<SpectralCall> spectral_;  // guarded by mutex_
   std::vector<FlickerCall> flicker_;    // guarded by mutex_
