@@ -57,7 +57,8 @@ HylErr VectorBase::Resize(size_t new_count, size_t elem_size, HylHeapEnum heap) 
 }
 
 void VectorBase::DestroyVector(size_t elem_size) {
-  for (char* elem = ElemAt(data_, count_, elem_size); elem != data_;) {
+  char* const begin = ElemAt(data_, 0, elem_size);
+  for (char* elem = ElemAt(data_, count_, elem_size); elem != begin;) {
     elem -= elem_size;
     DestroyElem(elem);
   }
