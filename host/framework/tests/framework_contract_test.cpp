@@ -15,8 +15,6 @@
 #include <hyl/time.h>
 #include <hyl/vector.h>
 
-#include "messages.h"
-
 namespace hyl::v2::test {
 namespace {
 
@@ -136,7 +134,7 @@ TEST(SensorEvent, ALongChainIsFreedWithItsFirstEvent) {
 }
 
 TEST(FrameworkDeathTest, BrokenReferencesEndTheProcess) {
-  const host::SensorEventPtr event = Chain({{}});
+  const auto event = host::MakeSensorEvent(SensorEventType::kIgnored, 0, {});
   const auto take_255_more = [&] {
     for (int i = 0; i < 255; ++i) {
       event->Ref();
