@@ -12,6 +12,7 @@
 #include "flicker_streams.h"
 #include "running_sensor.h"
 #include "spectral_messages.h"
+#include "vector_delivery.h"
 
 namespace hyl::v2::bench {
 namespace {
@@ -27,17 +28,6 @@ void DeliverBarely(FloorClient& client, const float* values, size_t count, int64
   std::memcpy(copy, values, count * sizeof(float));
   client.OnValues(copy, count, timestamp);
   ::operator delete(copy);
-}
-
-/// What remains of the library's work once the session is known: the framework's vector, and one
-/// virtual call.
-void DeliverInVector(HylSpectralApiCallbackInterface& client, const float* values, size_t count,
-                     int64_t timestamp) {
-  Vector<float> vector;
-  if (vector.Resize(count) == HylErr::kOk) {
-    std::memcpy(vector.data(), values, count * sizeof(float));
-  }
-  client.OnSpectralData(0, 1, vector, timestamp);
 }
 
 struct Spectral {

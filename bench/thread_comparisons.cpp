@@ -6,6 +6,7 @@
 #include "comparison.h"
 #include "running_sensor.h"
 #include "spectral_messages.h"
+#include "vector_delivery.h"
 
 namespace hyl::v2::bench {
 namespace {
@@ -35,6 +36,9 @@ struct TwoSensors {
   TwoSensors(const TwoSensors&) = delete;
   TwoSensors& operator=(const TwoSensors&) = delete;
 
+  void First() { Deliver(*rear); }
+  void Second() { Deliver(*front); }
+
   static void Deliver(Service::AsyncCallbacks& callbacks) {
     const BenchSample sample;
     for (size_t i = 0; i < kSamplesPerPass; ++i) {
@@ -49,16 +53,34 @@ struct TwoSensors {
   std::shared_ptr<Service::AsyncCallbacks> front;
 };
 
-/// Two threads that each deliver as much as one does alone, by the given clock. A processor time
-/// counts as half: that is what passes where each thread has a processor to itself.
+/// Shows how far two threads get on this machine where nothing of the library is in their way.
+struct TwoVectors {
+  void First() { Deliver(); }
+  void Second() { Deliver(); }
+
+  void Deliver() {
+    HylSpectralApiCallbackInterface* to = &client;
+    benchmark::DoNotOptimize(to);
+    const auto values = ChannelValues();
+    for (size_t i = 0; i < kSamplesPerPass; ++i) {
+      DeliverInVector(*to, values.data(), values.size(), 1);
+    }
+  }
+
+  SharedClient client;
+};
+
+/// Two threads that each run their work, against one that runs its own, by the given clock. A
+/// processor time counts as half: that is what passes where each thread has a processor to itself.
+template <typename Work>
 Comparison TwoThreads(const char* work, Clock clock, double target) {
-  const auto sensors = std::make_shared<TwoSensors>();
-  const auto two = [sensors] {
-    std::thread other([&] { TwoSensors::Deliver(*sensors->front); });
-    TwoSensors::Deliver(*sensors->rear);
+  const auto works = std::make_shared<Work>();
+  const auto two = [works] {
+    std::thread other([&] { works->Second(); });
+    works->First();
     other.join();
   };
-  const auto one = [sensors] { TwoSensors::Deliver(*sensors->rear); };
+  const auto one = [works] { works->First(); };
   const double threads_per_time = clock == Clock::kProcessCpu ? 2 : 1;
   return {work,
           "sample",
@@ -70,10 +92,14 @@ Comparison TwoThreads(const char* work, Clock clock, double target) {
 }  // namespace
 
 std::vector<ComparisonMaker> ThreadComparisons() {
-  return {
-      {"threads/time", [] { return TwoThreads("two threads, two sensors", Clock::kWall, 1.8); }},
-      {"threads/processor time",
-       [] { return TwoThreads("two threads, by processor time", Clock::kProcessCpu, 0); }}};
+  return {{"threads/time",
+           [] { return TwoThreads<TwoSensors>("two threads, two sensors", Clock::kWall, 1.8); }},
+          {"threads/processor time",
+           [] {
+             return TwoThreads<TwoSensors>("two threads, by processor time", Clock::kProcessCpu, 0);
+           }},
+          {"threads/vector alone",
+           [] { return TwoThreads<TwoVectors>("two threads, vector and call", Clock::kWall, 0); }}};
 }
 
 }  // namespace hyl::v2::bench

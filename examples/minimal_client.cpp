@@ -1,4 +1,4 @@
-// Prints the samples of the rear ambient-light sensor for two seconds.
+// Lists the ambient-light sensors, then prints the samples of the rear one for two seconds.
 #include <hyl/hyl_spectral_api.h>
 
 #include <chrono>
@@ -8,12 +8,9 @@
 using namespace hyl::v2;
 
 struct Printer : HylSpectralApiCallbackInterface {
-  void OnSpectralData(uint32_t, uint32_t session_id, const Vector<float>& values,
-                      int64_t timestamp) override {
-    std::printf("session %u, %.3f s:", session_id, static_cast<double>(timestamp) / 1e9);
-    for (const float value : values) {
-      std::printf(" %.1f", static_cast<double>(value));
-    }
+  void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t ns) override {
+    std::printf("%.3f s:", static_cast<double>(ns) / 1e9);
+    for (const float value : values) std::printf(" %.1f", static_cast<double>(value));
     std::printf("\n");
   }
   void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
@@ -23,12 +20,12 @@ int main() {
   Printer printer;  // outlives the instance
   HylSpectralApi* api = nullptr;
   HylSpectralApi::Create(&api, &printer, HylLogLevel::kWarning);
-  uint32_t session = 0;
-  const HylErr err =
-      api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
+  for (const HylString& name : api->GetAmbientLightSensorNames()) std::printf("%s\n", name.c_str());
+  uint32_t id = 0;
+  const HylErr err = api->EnableAmbientLightSensor("rear", id, SensorReportingMode::kContinuous);
   if (err == HylErr::kOk) {
     std::this_thread::sleep_for(std::chrono::seconds(2));
-    api->DisableAmbientLightSensor(session);
+    api->DisableAmbientLightSensor(id);
   }
   HylSpectralApi::Destroy(&api);
   return static_cast<int>(err);

@@ -383,6 +383,15 @@ TEST(ConfigSlotsTest, SaturationAndGainAreSharedBetweenSettings) {
 }
 
 /// Inside a callback besides, on a thread that could be the one that delivers replies.
+TEST(ConfigWaitTest, EndsByItsTimeLimit) {
+  ScriptedApi framework;  // which does not answer
+  const Instance api(nullptr);
+  uint64_t uid = 0;
+  ReturnsInTime(
+      "a read", [&] { EXPECT_EQ(HylErr::kFailed, api->GetDeviceUid(nullptr, &uid)); },
+      std::chrono::seconds(10));
+}
+
 TEST(ConfigWaitTest, WritesThatDoNotWaitPassAnOperationThatWaits) {
   ScriptedApi framework;
   RecordingClient client;

@@ -16,8 +16,9 @@ constexpr ExitCodeText kExitCodeTexts[] = {
     {ExitCode::kUsage, "the command line is wrong"},
     {ExitCode::kNotFound, "no sensor has that name"},
     {ExitCode::kAlreadyRunning, "the sensor is running already, or all sessions are taken"},
-    {ExitCode::kFramework, "the sensor framework is missing, refused, or fell silent"},
+    {ExitCode::kFramework, "the sensor framework is missing, or refused"},
     {ExitCode::kOutput, "the output or the picture could not be written"},
+    {ExitCode::kLost, "the sensor was lost: it sends nothing any more"},
 };
 
 }  // namespace

@@ -13,6 +13,7 @@ enum class ExitCode : int {
   kAlreadyRunning = 4,
   kFramework = 5,
   kOutput = 6,
+  kLost = 7,
 };
 
 /// The codes with their meanings, for the end of --help.

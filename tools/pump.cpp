@@ -83,7 +83,7 @@ void FinishRun(RunEnd end, const std::string& sensor, uint64_t dropped) {
                 " of its messages");
   }
   if (end == RunEnd::kSilent) {
-    throw Failure(ExitCode::kFramework,
+    throw Failure(ExitCode::kLost,
                   "'" + Printable(sensor) +
                       "' has sent nothing for too long; check that the sensor framework still "
                       "runs, or allow more with --timeout");

@@ -225,7 +225,7 @@ TEST_F(LostFrameworkTest, EndsARunThatGetsNoData) {
   for (const char* const arguments :
        {"stream rear --timeout 0.05", "flicker flicker --timeout 0.05"}) {
     const RunResult result = RunCaptured(arguments);
-    EXPECT_EQ(result.code, 5);
+    EXPECT_EQ(result.code, 7);
     EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("has sent nothing")));
   }
 }
@@ -472,7 +472,7 @@ TEST_F(PictureTest, IsDrawnInBothFormats) {
 
 TEST_F(PictureTest, LeavesNothingBehindWhenTheRunFails) {
   UseScriptedFramework(HylErr::kOk);
-  EXPECT_EQ(RunCaptured("flicker flicker --timeout 0.05" + PlotOption("a.png")).code, 5);
+  EXPECT_EQ(RunCaptured("flicker flicker --timeout 0.05" + PlotOption("a.png")).code, 7);
   EXPECT_EQ(Files(), 0U);
 }
 

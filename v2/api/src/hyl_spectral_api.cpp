@@ -6,11 +6,12 @@ namespace hyl::v2 {
 
 HylErr HylSpectralApi::Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
                               HylLogLevel /*level*/) {
-  HylSpectralImpl* impl = nullptr;
-  const HylErr err = HylSpectralImpl::Create(out != nullptr ? &impl : nullptr, callback);
-  if (err == HylErr::kOk) {
-    *out = impl;
+  if (out == nullptr) {
+    return HylErr::kNullPointer;
   }
+  HylSpectralImpl* impl = nullptr;
+  const HylErr err = HylSpectralImpl::Create(&impl, callback);
+  *out = impl;
   return err;
 }
 

@@ -8,9 +8,6 @@
 namespace hyl::v2 {
 
 HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback) {
-  if (out == nullptr) {
-    return HylErr::kNullPointer;
-  }
   *out = new HylSpectralImpl(callback);
   return HylErr::kOk;
 }

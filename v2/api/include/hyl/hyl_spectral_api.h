@@ -111,10 +111,11 @@ class HylSpectralApi {
   /// Moves an ambient-light session to another reporting mode; the session keeps its id.
   ///
   /// Returns kOk, also when the session has that mode already; kInvalidArgument for an unknown
-  /// `mode`; kNotFound when there is no such session, or no sensor of the new mode with the same
-  /// index; kFailed when the sensor list changed meanwhile; or the framework's code. After a
-  /// failure the sensor may have been stopped; disable the session then. A delivery that has
-  /// already begun may still reach the client. Blocks for other control operations.
+  /// `mode`; kNotFound when there is no such session, no sensor of the new mode with the same
+  /// index, or the session's sensor does not run any more after a change that failed; kFailed when
+  /// the sensor list changed meanwhile; or the framework's code. After a failure the sensor may
+  /// have been stopped; disable the session then. A delivery that has already begun may still reach
+  /// the client. Blocks for other control operations.
   virtual HylErr ChangeAmbientLightSensorReporting(uint32_t session_id,
                                                    SensorReportingMode mode) = 0;
 

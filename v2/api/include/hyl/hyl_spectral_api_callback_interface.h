@@ -16,8 +16,8 @@ namespace hyl::v2 {
 ///
 /// Inside a callback a client may call every operation of HylSpectralApi, and Destroy. The
 /// operations that wait for a reply (HylSpectralApi says which) can only end by their time limit
-/// there when the framework delivers replies on the calling thread. Exceptions must not leave a
-/// callback.
+/// or by Destroy there, when the framework delivers replies on the calling thread. Exceptions must
+/// not leave a callback.
 class HylSpectralApiCallbackInterface {
  public:
   virtual ~HylSpectralApiCallbackInterface() = default;
