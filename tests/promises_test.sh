@@ -17,5 +17,11 @@ while read -r name; do
     missing=1
   fi
 done < <(grep -oE "$NAME" "$DOCUMENT" | tr -d '`' | sort -u)
+# A row of the first table names what shows it: a test, a script, or a test of the built file.
+# shellcheck disable=SC2016
+if sed '/^## Bad input/,$d' "$DOCUMENT" | grep '^| [A-Z0-9]' | grep -vE '\| .*`[^`]+`.* \|$'; then
+  echo "promises: nothing shows the promise above" >&2
+  missing=1
+fi
 echo "promises: $count tests are named in $DOCUMENT"
 [[ $count -gt 0 && $missing -eq 0 ]]
