@@ -3,7 +3,7 @@
 set -euo pipefail
 
 export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$(nproc)}
-export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-2}
+export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-3}
 
 # Our own sources with one of the given endings, each followed by a NUL.
 list_sources() {
