@@ -105,12 +105,12 @@ uint64_t HylSpectralImpl::BeginWait(const RlsMsgAccessReq& request) {
 }
 
 bool HylSpectralImpl::AwaitReply_locked(uint64_t handled_before) {
-  const bool replied = rear_callbacks_->reply_cv.wait_for(
-      rear_callbacks_->reply_mutex, kReplyTimeLimit,
-      [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
-        return reply_ledger_.handled() != handled_before || rear_callbacks_->gate.closed();
-      });
-  if (!replied || reply_ledger_.handled() == handled_before) {
+  rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kReplyTimeLimit,
+                                     [&]() HYL_REQUIRES(rear_callbacks_->reply_mutex) {
+                                       return reply_ledger_.handled() != handled_before ||
+                                              rear_callbacks_->gate.closed();
+                                     });
+  if (reply_ledger_.handled() == handled_before) {
     return false;
   }
   rear_callbacks_->reply_cv.wait_for(rear_callbacks_->reply_mutex, kOwedReplyTimeLimit,

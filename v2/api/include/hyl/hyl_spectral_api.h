@@ -163,9 +163,9 @@ class HylSpectralApi {
   /// only. Replies carry no number: a value may be one that the framework gave for an earlier
   /// request, when the own reply takes more than 0.1 s longer than another one.
   ///
-  /// Inside a callback they can only end by their time limit, when the framework delivers replies
-  /// on the calling thread; so do those of other threads that are under way then. Destroy ends them
-  /// with kFailed.
+  /// Inside a callback, when the framework delivers replies on the calling thread, they can only
+  /// end by their time limit, or with kFailed by Destroy; so can those of other threads that are
+  /// under way then.
   ///
   /// The operations without an out pointer send one request and do not wait. They return kOk when
   /// the framework has accepted it, or the framework's code. They are safe inside a callback.
