@@ -48,7 +48,7 @@ struct PeakCase {
 
 class PeakTest : public testing::TestWithParam<PeakCase> {};
 
-TEST_P(PeakTest, HasTheFrequencyAndTheAmplitudeOfTheWave) {
+TEST_P(PeakTest, HasTheFrequency) {
   const Wave& wave = GetParam().wave;
   const auto peak = PeakOf(wave);
   ASSERT_TRUE(peak);
@@ -80,7 +80,7 @@ TEST(DominantPeakTest, IsNotFoundWhereNothingStandsOut) {
   EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 1, .drift_per_s = 3000}));
 }
 
-TEST(DominantPeakTest, IsNotFoundInStretchesThatAreTooShort) {
+TEST(DominantPeakTest, IsNotFoundInTooShortStretches) {
   for (const size_t count : {0U, 1U, 2U, 3U, 7U}) {
     EXPECT_FALSE(PeakOf({.mean = 8000, .amplitude = 2000, .hz = 6000, .count = count})) << count;
   }
