@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "log_capture.h"
 #include "sample_converter_model.h"

@@ -1,6 +1,6 @@
 // Runs the byte tables of a document through the converter: rows of packing, width, bytes, samples.
 // Usage: flicker_formats_check docs/flicker-formats.md
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include <cstdio>
 #include <fstream>

@@ -22,7 +22,7 @@ void HylSpectralApi::Destroy(HylSpectralApi** p) {
   // Every instance that Create hands out is a HylSpectralImpl.
   auto* impl = static_cast<HylSpectralImpl*>(*p);
   HylSpectralImpl::Destroy(&impl);
-  if (impl == nullptr) {  // not when another Destroy is at it
+  if (impl == nullptr) {  // not while another Destroy is in progress
     *p = nullptr;
   }
 }

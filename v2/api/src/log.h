@@ -9,7 +9,7 @@ namespace hyl::v2::spectral {
 
 inline constexpr char kLogTag[] = "HYL";
 
-/// Writes one entry: kLogTag, ": " and `message`.
+/// Writes one entry: what all entries of the library begin with, and `message`.
 void WriteLog(const char* file, unsigned line, android::base::LogSeverity severity,
               const std::string& message);
 

@@ -2,15 +2,12 @@
 
 #include <cstdint>
 
+#include <hyl/internal/sensor_info.h>
 #include <hyl/rls_msg_access.h>
-#include <hyl/sensor_info.h>
 
 namespace hyl::v2::spectral {
 
 inline constexpr uint8_t kLeadByte = 1;
-
-/// Highest index of a sensor that a request id has room for.
-inline constexpr uint32_t kMaxPriority = 255;
 
 /// The framework's name for a sensor.
 constexpr uint32_t SensorHandle(SensorType type, uint32_t priority) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,6 +12,22 @@
 namespace hyl::v2 {
 
 #pragma GCC visibility push(default)
+
+/// \name Limits
+/// @{
+
+/// Sessions that an instance can have open.
+inline constexpr size_t kMaxSessions = 8;
+/// Highest priority of a sensor that can be enabled.
+inline constexpr uint32_t kMaxPriority = 255;
+/// For how long discovery asks the framework for a complete sensor list.
+inline constexpr std::chrono::milliseconds kDiscoveryTimeLimit{5000};
+/// For how long a settings operation waits for the framework's reply.
+inline constexpr std::chrono::milliseconds kReplyTimeLimit{5000};
+/// For how long a settings operation lets outstanding replies arrive: those to earlier requests
+/// before it sends, and its own when another request's has come first.
+inline constexpr std::chrono::milliseconds kOwedReplyTimeLimit{100};
+/// @}
 
 /// How an ambient-light sensor reports.
 enum class SensorReportingMode : uint32_t {

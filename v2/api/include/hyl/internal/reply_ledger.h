@@ -7,13 +7,13 @@
 
 namespace hyl::v2::spectral {
 
-/// Counts configuration requests and their replies, so that a waiting operation can tell whether
-/// its reply has come. Replies carry no request id, and may be the answers to writes for which
-/// nobody waits. Not thread-safe: its owner's lock guards it.
+/// Counts settings requests and their replies, so that a waiting operation can tell whether its own
+/// reply has come. Replies carry no request id, and many answer writes for which nobody waits. Not
+/// thread-safe: the reply mutex guards it.
 class ReplyLedger {
  public:
-  /// A request is about to be sent. Told before, since its reply may come before the framework call
-  /// returns.
+  /// A request is about to be sent. Noted before, since its reply may come before the framework
+  /// call returns.
   void NoteSent() { ++sent_; }
   /// The request that was noted has been refused: no reply will come.
   void NoteRefused() { NoteSettled(); }
@@ -53,7 +53,7 @@ class ReplyLedger {
   bool AllSettled() const { return !forgot_ && settled_ == sent_; }
 
  private:
-  void NoteSettled() { settled_ = std::min(settled_ + 1, sent_); }  // a reply too many counts not
+  void NoteSettled() { settled_ = std::min(settled_ + 1, sent_); }  // surplus replies are ignored
 
   uint64_t sent_ = 0;
   uint64_t settled_ = 0;  // requests answered, refused or given up; at most sent_

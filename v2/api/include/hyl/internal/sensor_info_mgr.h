@@ -7,8 +7,8 @@
 #include <vector>
 
 #include <hyl/api.h>
-#include <hyl/sensor_info.h>
-#include <hyl/thread_annotations.h>
+#include <hyl/internal/sensor_info.h>
+#include <hyl/internal/thread_annotations.h>
 #include <hyl/vector.h>
 
 namespace hyl::v2::spectral {
@@ -22,7 +22,7 @@ namespace hyl::v2::spectral {
 class SensorInfoMgr {
  public:
   /// Asks the framework for its sensor list, until an optical sensor has once been seen. Blocks
-  /// while the framework's list is not complete, for about 5 s at most.
+  /// while the framework's list is not complete, for kDiscoveryTimeLimit at most.
   void GetOpticalSensors() const HYL_EXCLUDES(mutex_);
 
   /// Discovers, then finds the first sensor of `type` whose name begins with `name`; with a null or
@@ -41,7 +41,7 @@ class SensorInfoMgr {
   /// Discovers, then lists the names of the sensors of `type`.
   Vector<HylString> GetSensorNames(SensorType type) const HYL_EXCLUDES(mutex_);
 
-  /// Names the list mutex in other classes' annotations. Not defined: nobody else takes it.
+  /// For the annotations of other classes, which name the list mutex by it. Not defined.
   std::mutex& list_mutex() const HYL_RETURN_CAPABILITY(mutex_);
 
  private:
@@ -54,7 +54,7 @@ class SensorInfoMgr {
 
   /// The list mutex. Taken after the instance mutex, never before it.
   mutable std::mutex mutex_;
-  // Discovery runs from lookups too, so what it changes is mutable.
+  // Mutable, since const lookups discover, too.
   mutable Vector<SensorInfo> infos_ HYL_GUARDED_BY(mutex_);
   mutable uint32_t version_ HYL_GUARDED_BY(mutex_) = 0;
   mutable uint64_t last_list_size_ HYL_GUARDED_BY(mutex_) = 0;  ///< of the framework's list

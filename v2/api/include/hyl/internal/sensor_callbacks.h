@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <cstdint>
 
-#include <hyl/delivery_gate.h>
 #include <hyl/hyl_spectral_api_callback_interface.h>
+#include <hyl/internal/delivery_gate.h>
 #include <hyl/mutex.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/sampling_messages.h>

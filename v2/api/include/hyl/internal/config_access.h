@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+
+#include <hyl/api.h>
+#include <hyl/hyl_err.h>
+#include <hyl/internal/reply_ledger.h>
+#include <hyl/internal/sensor_callbacks.h>
+#include <hyl/internal/thread_annotations.h>
+#include <hyl/rls_msg_access.h>
+
+namespace hyl::v2::spectral {
+
+/// The fields of a request that an operation sets from its own arguments.
+struct ConfigArguments {
+  uint8_t param_a = 0;
+  float gain = 0;
+  uint8_t value8 = 0;
+  uint32_t value32 = 0;
+  uint8_t reg_addr = 0;
+  bool cal_enabled = false;
+  bool torch_on = false;
+  bool spectral_auto_gain = false;
+  bool flicker_auto_gain = false;
+  uint8_t param_b = 0;
+};
+
+/// The values of the latest replies.
+struct ConfigSlots {
+  bool flicker_auto_gain = false;
+  bool spectral_auto_gain = false;
+  bool apply_fac_cal = false;
+  bool apply_otp_cal = false;
+  float gain = 0;
+  uint8_t metric_byte = 0;
+  uint8_t register_value = 0;
+  uint32_t metric0 = 0;
+  uint32_t metric1 = 0;
+  uint32_t sampling_period = 0;
+  uint32_t flicker_param = 0;
+  uint32_t exposure_time = 0;
+  uint32_t saturation = 0;
+  uint64_t device_uid = 0;
+
+  /// Stores what a reply brings, if anything.
+  void Store(const RlsMsgAccessResp& reply);
+
+ private:
+  void StoreRead(const RlsMsgAccessResp& reply);
+  void StoreWrite(const RlsMsgAccessResp& reply);
+};
+
+/// Reads and writes settings: sends one request each and, for the operations that hand back a
+/// value, waits for the reply. Safe on any thread.
+class ConfigAccess {
+ public:
+  /// The client's out pointers, of which none may be null.
+  using Outs = std::initializer_list<const void*>;
+  /// Copies slots to the client's out values. Called with the reply mutex held.
+  using HandBack = std::function<void(const ConfigSlots& slots)>;
+
+  /// `api` and `rear` are the instance's. They never change after its construction; both are empty
+  /// when there is no connection, and every operation then fails.
+  ConfigAccess(const std::unique_ptr<Api>& api, const std::shared_ptr<RearSpectralCallbacks>& rear)
+      : api_(api), rear_(rear) {}
+
+  /// Sends a request and does not wait.
+  HylErr Tell(RlsAccess access, RlsCommand command, const ConfigArguments& arguments);
+  /// Sends a request, waits for the reply, and hands the slots back.
+  HylErr Ask(RlsAccess access, RlsCommand command, const ConfigArguments& arguments, Outs outs,
+             const HandBack& hand_back) HYL_EXCLUDES(turn_mutex_);
+
+  /// On the framework's threads: stores the reply's values and wakes the operation that waits.
+  void Store(const RlsMsgAccessResp& reply);
+  /// Ends the wait of a client callback, now that the rear object's gate is closed to its reply.
+  void EndWait();
+
+ private:
+  /// Lets owed replies arrive, and announces a request. Returns the number of replies so far.
+  uint64_t BeginWait(RlsAccess access, RlsCommand command);
+  /// False when no reply has come in time, or none can come any more.
+  bool AwaitReply_locked(uint64_t handled_before) HYL_REQUIRES(rear_->reply_mutex);
+
+  const std::unique_ptr<Api>& api_;
+  const std::shared_ptr<RearSpectralCallbacks>& rear_;
+  /// Serialises the operations that wait: held from before one sends until it has its result.
+  std::mutex turn_mutex_ HYL_ACQUIRED_BEFORE(rear_->reply_mutex);
+  ReplyLedger ledger_ HYL_GUARDED_BY(rear_->reply_mutex);
+  ConfigSlots slots_ HYL_GUARDED_BY(rear_->reply_mutex);
+};
+
+}  // namespace hyl::v2::spectral
