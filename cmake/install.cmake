@@ -14,8 +14,8 @@ file(RELATIVE_PATH HYL_LIBDIR_FROM_BINDIR
   /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
 
 function(hyl_install_pkgconfig name component)
-  configure_file(cmake/package/${name}.pc.in ${CMAKE_BINARY_DIR}/package/${name}.pc @ONLY)
-  install(FILES ${CMAKE_BINARY_DIR}/package/${name}.pc
+  configure_file(cmake/package/${name}.pc.in ${PROJECT_BINARY_DIR}/package/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/package/${name}.pc
     DESTINATION ${HYL_PKGCONFIG_DIR} COMPONENT ${component})
 endfunction()
 
@@ -33,14 +33,14 @@ install(FILES
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hyl COMPONENT library)
 configure_package_config_file(
   cmake/package/hyl_spectralConfig.cmake.in
-  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfig.cmake
+  ${PROJECT_BINARY_DIR}/package/hyl_spectralConfig.cmake
   INSTALL_DESTINATION ${HYL_PACKAGE_DIR}
   PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR HYL_HOST_INCLUDEDIR)
 write_basic_package_version_file(
-  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  ${PROJECT_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES
-  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfig.cmake
-  ${CMAKE_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake
+  ${PROJECT_BINARY_DIR}/package/hyl_spectralConfig.cmake
+  ${PROJECT_BINARY_DIR}/package/hyl_spectralConfigVersion.cmake
   DESTINATION ${HYL_PACKAGE_DIR} COMPONENT library)
 hyl_install_pkgconfig(hyl-spectral library)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/hyl-spectral COMPONENT library)
@@ -59,8 +59,8 @@ if(TARGET hyl_spectral_tool)
     INSTALL_RPATH "$ORIGIN/${HYL_LIBDIR_FROM_BINDIR}")
   install(TARGETS hyl_spectral_tool
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-  configure_file(docs/man/hyl-spectral.1.in ${CMAKE_BINARY_DIR}/package/hyl-spectral.1 @ONLY)
-  install(FILES ${CMAKE_BINARY_DIR}/package/hyl-spectral.1
+  configure_file(docs/man/hyl-spectral.1.in ${PROJECT_BINARY_DIR}/package/hyl-spectral.1 @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/package/hyl-spectral.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
   install(FILES cmake/package/hyl-spectral.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions

@@ -3,7 +3,11 @@
 add_library(hyl_options INTERFACE)
 target_compile_options(hyl_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-  -Wold-style-cast -Wcast-align -Wformat=2 -Werror)
+  -Wold-style-cast -Wcast-align -Wformat=2)
+if(PROJECT_IS_TOP_LEVEL)  # another project's compiler may warn of more
+  target_compile_options(hyl_options INTERFACE -Werror)
+endif()
+target_compile_features(hyl_options INTERFACE cxx_std_20)
 # Before version 13, optimising g++ sees a faulty memcpy in the standard library's string + string.
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(hyl_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)

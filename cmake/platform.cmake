@@ -4,6 +4,11 @@
 if(HYL_PLATFORM STREQUAL "host")
   add_subdirectory(host/android-base)
   add_subdirectory(host/framework)
+  # As in the installed package: a client that links the framework gets the logging with it.
+  add_library(hyl_host_framework INTERFACE)
+  target_link_libraries(hyl_host_framework INTERFACE hyl_v2_api base)
+  add_library(hyl::host_framework ALIAS hyl_host_framework)
+  add_library(hyl::host_base ALIAS base)
   return()
 endif()
 

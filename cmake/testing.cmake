@@ -14,6 +14,6 @@ function(hyl_discover_tests program timeout)
     set_tests_properties(${prefix}${program} PROPERTIES TIMEOUT ${timeout})
   else()
     gtest_discover_tests(${program}
-      TEST_PREFIX "${prefix}" DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${timeout})
+      NO_PRETTY_VALUES TEST_PREFIX "${prefix}" DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${timeout})
   endif()
 endfunction()

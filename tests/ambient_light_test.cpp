@@ -173,7 +173,7 @@ class AmbientLightFaultTest : public LibraryTest, public ::testing::WithParamInt
   uint32_t session_ = 0;
 };
 
-TEST_P(AmbientLightFaultTest, HasItsResultAndMessage) {
+TEST_P(AmbientLightFaultTest, HasItsResult) {
   const Fault& fault = GetParam();
   Prepare(fault.before);
   if (fault.refused > 0) {
@@ -225,6 +225,20 @@ TEST_F(FullTableTest, StartIsTakenBack) {
   }
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(first_));
   EXPECT_NE(0U, Enable("ALS 8")) << "not taken for running";
+}
+
+TEST_F(FullTableTest, TheFailedStartSilencesTheOthers) {
+  const uint32_t other_front = kRearContinuous + 7;
+  framework.Deliver(other_front, SampleMsg({1}));
+  EXPECT_THAT(client.TakeSpectral(), ::testing::SizeIs(1));
+  uint32_t id = 0;
+  EXPECT_EQ(HylErr::kNoSession, instance->EnableAmbientLightSensor("ALS 8", id, kContinuous));
+  log.Take();
+  framework.Deliver(other_front, SampleMsg({2}));
+  EXPECT_THAT(client.TakeSpectral(), IsEmpty());
+  EXPECT_THAT(
+      log.Take(),
+      ElementsAre(Error("Can't find session for cookie:10a0803f4 to handle spectral msg!")));
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterfa
   uint32_t rear;
 };
 
-INSTANTIATE_TEST_SUITE_P(Ways, CallbackRulesTest, ::testing::ValuesIn(kAllDataWays), NameOf);
+INSTANTIATE_TEST_SUITE_P(, CallbackRulesTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
 /// Every operation returns on another thread meanwhile, whatever its result.
 TEST_P(CallbackRulesTest, NoLockIsHeldInACallback) {

@@ -94,10 +94,6 @@ struct Operation {
   int out_count;  ///< 0: does not wait
   Expect expect;
   uint8_t Reply::*flag;  ///< the reply's switch that the operation hands back, if any
-
-  friend std::ostream& operator<<(std::ostream& out, const Operation& operation) {
-    return out << operation.name;
-  }
 };
 
 constexpr size_t kAccess = 9;
@@ -221,129 +217,144 @@ Messages AnswerInFull(const FrameworkCall& call) {
   return One(Answering(call, FullReply()));
 }
 
-class ConfigOperationTest : public testing::TestWithParam<Operation> {
- protected:
+/// One operation, on a framework of its own.
+struct Bench {
   HylErr Call(Api& api, Outs& outs, const char* sensor = nullptr) const {
-    return GetParam().call(api, sensor, &outs, &outs);
+    return operation.call(api, sensor, &outs, &outs);
   }
 
   std::vector<uint8_t> ExpectedRequest() const {
     std::vector<uint8_t> bytes(sizeof(RlsMsgAccessReq) - sizeof(Request));
     bytes[0] = 1;
-    for (const auto& [offset, value] : GetParam().request) {
+    for (const auto& [offset, value] : operation.request) {
       bytes[offset - sizeof(Request)] = static_cast<uint8_t>(value);
     }
     return bytes;
   }
 
   Outs Expected(const Reply& reply, Outs outs) const {
-    GetParam().expect(outs, reply);
+    operation.expect(outs, reply);
     return outs;
   }
 
-  ScriptedApi framework_;
+  const Operation& operation;
+  ScriptedApi framework = {};
 };
 
-TEST_P(ConfigOperationTest, SendsOneRequestAndHandsBackTheReply) {
-  LogCapture log;
-  const Instance api(nullptr);
-  for (const char* sensor : {static_cast<const char*>(nullptr), "", "no such sensor"}) {
-    for (const bool flag : {true, false}) {
-      SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
-      framework_.AnswerWith([&](const FrameworkCall& call) {
-        reply = Answering(call, FullReply(flag ? 0 : 2));
-        if (GetParam().flag != nullptr) {
-          reply.*GetParam().flag = flag ? 2 : 0;
-        }
-        return One(reply);
-      });
-      (void)framework_.Take();
-      const Outs before{.flag = !flag};
-      Outs outs = before;
-      ASSERT_EQ(HylErr::kOk, Call(*api.get(), outs, sensor));
-      EXPECT_EQ(Expected(reply, before), outs);
-      const std::vector<FrameworkCall> calls = framework_.Take();
-      ASSERT_EQ(1U, calls.size());
-      EXPECT_EQ(0x04F40000U, calls[0].handle);
-      EXPECT_EQ(64U, calls[0].type);
-      EXPECT_EQ(ExpectedRequest(), calls[0].bytes);
-      framework_.AwaitAnswers();
-    }
+void ForAllOperations(const std::function<void(Bench& bench)>& test) {
+  for (const Operation& operation : AllOperations()) {
+    SCOPED_TRACE(operation.name);
+    Bench bench{operation};
+    test(bench);
   }
-  EXPECT_THAT(log.Take(), testing::IsEmpty());
 }
 
-TEST_P(ConfigOperationTest, RefusesNullPointersBeforeItSends) {
-  const Instance api(nullptr);
-  framework_.FailAllCreates();
-  const Instance unconnected(nullptr);
-  LogCapture log;
-  (void)framework_.Take();
-  for (Api* const each : {api.get(), unconnected.get()}) {
-    Outs outs;
-    if (GetParam().out_count >= 1) {
-      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", nullptr, nullptr));
-      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", nullptr, &outs));
+TEST(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
+  ForAllOperations([](Bench& bench) {
+    LogCapture log;
+    const Instance api(nullptr);
+    for (const char* sensor : {static_cast<const char*>(nullptr), "", "no such sensor"}) {
+      for (const bool flag : {true, false}) {
+        SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+        bench.framework.AnswerWith([&](const FrameworkCall& call) {
+          reply = Answering(call, FullReply(flag ? 0 : 2));
+          if (bench.operation.flag != nullptr) {
+            reply.*bench.operation.flag = flag ? 2 : 0;
+          }
+          return One(reply);
+        });
+        (void)bench.framework.Take();
+        const Outs before{.flag = !flag};
+        Outs outs = before;
+        ASSERT_EQ(HylErr::kOk, bench.Call(*api.get(), outs, sensor));
+        EXPECT_EQ(bench.Expected(reply, before), outs);
+        const std::vector<FrameworkCall> calls = bench.framework.Take();
+        ASSERT_EQ(1U, calls.size());
+        EXPECT_EQ(0x04F40000U, calls[0].handle);
+        EXPECT_EQ(64U, calls[0].type);
+        EXPECT_EQ(bench.ExpectedRequest(), calls[0].bytes);
+        bench.framework.AwaitAnswers();
+      }
     }
-    if (GetParam().out_count == 2) {
-      EXPECT_EQ(HylErr::kNullPointer, GetParam().call(*each, "x", &outs, nullptr));
-    }
-    EXPECT_EQ(Outs(), outs);
-  }
-  EXPECT_THAT(framework_.Take(), testing::IsEmpty());
-  EXPECT_THAT(log.Take(), testing::IsEmpty());
-}
-
-TEST_P(ConfigOperationTest, TakesAReplyThatComesBeforeTheSendReturns) {
-  const Instance api(nullptr);
-  framework_.AnswerWith(AnswerInFull);
-  uint64_t uid = 0;
-  ASSERT_EQ(HylErr::kOk, api->GetDeviceUid(nullptr, &uid));  // the framework knows the object now
-  framework_.AnswerWith({});
-
-  SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
-  framework_.SetHook([&](const FrameworkCall& call) {
-    if (call.kind == FrameworkCall::Kind::kInvoke) {
-      reply = Answering(call, FullReply());
-      std::thread([&] { framework_.Deliver(kRearContinuous, reply); }).join();
-    }
+    EXPECT_THAT(log.Take(), testing::IsEmpty());
   });
-  const Outs before{.flag = false};
-  Outs outs = before;
-  EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
-  EXPECT_EQ(Expected(reply, before), outs);
-  framework_.SetHook({});
 }
 
-/// Replies that fill no slot of the operation end its wait all the same.
-TEST_P(ConfigOperationTest, AnyReplyEndsTheWaitAndHandsBackTheFormerValue) {
-  const Instance api(nullptr);
-  const auto expect_from_strangers = [&](const Reply& former, bool flag) {
-    for (const auto& [access, command] : {std::pair(7, 8), {0, 9}, {1, 12}, {1, 200}}) {
-      SettingsReply stranger = FullReply();
-      stranger.access = static_cast<RlsAccess>(access);
-      stranger.command = static_cast<RlsCommand>(command);
-      framework_.AnswerWith([&](const FrameworkCall&) { return One(stranger); });
-      const Outs before{.flag = !flag};
-      Outs outs = before;
-      EXPECT_EQ(HylErr::kOk, Call(*api.get(), outs));
-      EXPECT_EQ(Expected(former, before), outs) << "access " << access << " command " << command;
-      framework_.AwaitAnswers();
+TEST(ConfigAccessTest, RefusesNullPointersBeforeItSends) {
+  ForAllOperations([](Bench& bench) {
+    const Instance api(nullptr);
+    bench.framework.FailAllCreates();
+    const Instance unconnected(nullptr);
+    LogCapture log;
+    (void)bench.framework.Take();
+    for (Api* const each : {api.get(), unconnected.get()}) {
+      Outs outs;
+      if (bench.operation.out_count >= 1) {
+        EXPECT_EQ(HylErr::kNullPointer, bench.operation.call(*each, "x", nullptr, nullptr));
+        EXPECT_EQ(HylErr::kNullPointer, bench.operation.call(*each, "x", nullptr, &outs));
+      }
+      if (bench.operation.out_count == 2) {
+        EXPECT_EQ(HylErr::kNullPointer, bench.operation.call(*each, "x", &outs, nullptr));
+      }
+      EXPECT_EQ(Outs(), outs);
     }
-  };
-
-  expect_from_strangers(SettingsReply({}, {}), false);  // zero before the first reply
-  framework_.AnswerWith(AnswerInFull);
-  Outs outs;
-  ASSERT_EQ(HylErr::kOk, Call(*api.get(), outs));
-  framework_.AwaitAnswers();
-  expect_from_strangers(FullReply(), true);
+    EXPECT_THAT(bench.framework.Take(), testing::IsEmpty());
+    EXPECT_THAT(log.Take(), testing::IsEmpty());
+  });
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ConfigOperationTest, testing::ValuesIn(AllOperations()),
-                         [](const auto& test) { return std::string(test.param.name); });
+TEST(ConfigAccessTest, TakesAReplyBeforeTheSendReturns) {
+  ForAllOperations([](Bench& bench) {
+    const Instance api(nullptr);
+    bench.framework.AnswerWith(AnswerInFull);
+    uint64_t uid = 0;
+    ASSERT_EQ(HylErr::kOk, api->GetDeviceUid(nullptr, &uid));  // the framework knows the object now
+    bench.framework.AnswerWith({});
 
-TEST(ConfigSlotsTest, SaturationAndGainAreSharedBetweenSettings) {
+    SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+    bench.framework.SetHook([&](const FrameworkCall& call) {
+      if (call.kind == FrameworkCall::Kind::kInvoke) {
+        reply = Answering(call, FullReply());
+        std::thread([&] { bench.framework.Deliver(kRearContinuous, reply); }).join();
+      }
+    });
+    const Outs before{.flag = false};
+    Outs outs = before;
+    EXPECT_EQ(HylErr::kOk, bench.Call(*api.get(), outs));
+    EXPECT_EQ(bench.Expected(reply, before), outs);
+    bench.framework.SetHook({});
+  });
+}
+
+/// Also one that fills no slot of the operation, which hands back the former value then.
+TEST(ConfigAccessTest, AnyReplyEndsTheWait) {
+  ForAllOperations([](Bench& bench) {
+    const Instance api(nullptr);
+    const auto expect_from_strangers = [&](const Reply& former, bool flag) {
+      for (const auto& [access, command] : {std::pair(7, 8), {0, 9}, {1, 12}, {1, 200}}) {
+        SettingsReply stranger = FullReply();
+        stranger.access = static_cast<RlsAccess>(access);
+        stranger.command = static_cast<RlsCommand>(command);
+        bench.framework.AnswerWith([&](const FrameworkCall&) { return One(stranger); });
+        const Outs before{.flag = !flag};
+        Outs outs = before;
+        EXPECT_EQ(HylErr::kOk, bench.Call(*api.get(), outs));
+        EXPECT_EQ(bench.Expected(former, before), outs)
+            << "access " << access << " command " << command;
+        bench.framework.AwaitAnswers();
+      }
+    };
+
+    expect_from_strangers(SettingsReply({}, {}), false);  // zero before the first reply
+    bench.framework.AnswerWith(AnswerInFull);
+    Outs outs;
+    ASSERT_EQ(HylErr::kOk, bench.Call(*api.get(), outs));
+    bench.framework.AwaitAnswers();
+    expect_from_strangers(FullReply(), true);
+  });
+}
+
+TEST(ConfigSlotsTest, SaturationAndGainAreShared) {
   ScriptedApi framework;
   const Instance api(nullptr);
   const auto answer_as_stranger = [](const FrameworkCall&) {
@@ -382,17 +393,7 @@ TEST(ConfigSlotsTest, SaturationAndGainAreSharedBetweenSettings) {
   EXPECT_EQ(8.0F, gain) << "the gain that was set";
 }
 
-/// Inside a callback besides, on a thread that could be the one that delivers replies.
-TEST(ConfigWaitTest, EndsByItsTimeLimit) {
-  ScriptedApi framework;  // which does not answer
-  const Instance api(nullptr);
-  uint64_t uid = 0;
-  ReturnsInTime(
-      "a read", [&] { EXPECT_EQ(HylErr::kFailed, api->GetDeviceUid(nullptr, &uid)); },
-      std::chrono::seconds(10));
-}
-
-TEST(ConfigWaitTest, WritesThatDoNotWaitPassAnOperationThatWaits) {
+TEST(ConfigWaitTest, WritesPassAnOperationThatWaits) {
   ScriptedApi framework;
   RecordingClient client;
   const Instance api(&client);

@@ -427,10 +427,10 @@ constexpr Sweep kSweeps[] = {{"Refused", Fault::kRefused},
                              {"ReplyDoubled", Fault::kReplyDoubled},
                              {"ReplyLost", Fault::kReplyLost},
                              {"ReplyLate", Fault::kReplyLate},
-                             {"ReplyInTheWayOfTheNext", Fault::kReplyInWay},
-                             {"ReplyOfUnknownType", Fault::kReplyUnknown},
+                             {"ReplyInWay", Fault::kReplyInWay},
+                             {"ReplyUnknown", Fault::kReplyUnknown},
                              {"Growth", Fault::kGrowth},
-                             {"GrowthFromThenOn", Fault::kGrowthFromThenOn},
+                             {"LaterGrowth", Fault::kGrowthFromThenOn},
                              {"Create", Fault::kCreate, Kind::kCreate},
                              {"SensorList", Fault::kSensorList, Kind::kGetSensorList}};
 
@@ -454,14 +454,14 @@ class FailureSweepTest : public ::testing::TestWithParam<Sweep> {
   LogCapture log_;  // keeps the output short
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, FailureSweepTest, ::testing::ValuesIn(kSweeps),
+INSTANTIATE_TEST_SUITE_P(, FailureSweepTest, ::testing::ValuesIn(kSweeps),
                          [](const auto& test) { return std::string(test.param.name); });
 
 /// As some plays wait for seconds, several run at the same time; not all of them, since the library
 /// gives replies that have been overtaken a tenth of a second.
 constexpr size_t kPlaysAtOnce = 24;
 
-TEST_P(FailureSweepTest, CostsAnErrorCodeAndNothingElse) {
+TEST_P(FailureSweepTest, CostsACodeAndNothingElse) {
   ScriptRun sound(Fault::kNone, 0);
   sound.Play();
   const bool of_growth =

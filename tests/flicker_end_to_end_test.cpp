@@ -125,7 +125,7 @@ TEST_P(FlickerEndToEndTest, ASecondRunStartsAfresh) {
   EXPECT_TRUE(IsMeasuredFrom(0, blocks_[0]));
 }
 
-TEST_P(FlickerEndToEndTest, LostChunksShowAsGapsInTheSequenceNumbers) {
+TEST_P(FlickerEndToEndTest, LostChunksShowAsGaps) {
   constexpr size_t kLoseEvery = 7;
   ASSERT_NO_FATAL_FAILURE(Run(seconds(10), {.lose_every = kLoseEvery}));
   ASSERT_EQ(1000U - 1000U / kLoseEvery, blocks_.size());
@@ -140,7 +140,7 @@ TEST_P(FlickerEndToEndTest, LostChunksShowAsGapsInTheSequenceNumbers) {
   EXPECT_THAT(log_.TakeProblems(), IsEmpty());
 }
 
-TEST_P(FlickerEndToEndTest, ARepeatedChunkKeepsItsSequenceNumber) {
+TEST_P(FlickerEndToEndTest, ARepeatedChunkKeepsItsNumber) {
   constexpr size_t kChunk = 5;
   ASSERT_NO_FATAL_FAILURE(Run(seconds(1), {.repeat_chunk = kChunk}));
   ASSERT_EQ(100U, blocks_.size());
@@ -174,7 +174,7 @@ TEST_P(FlickerEndToEndTest, AnUnreadableChunkIsSkippedAlone) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Packings, FlickerEndToEndTest,
+INSTANTIATE_TEST_SUITE_P(, FlickerEndToEndTest,
                          testing::Values(host::FlickerPacking{Width::kCompressed1},
                                          host::FlickerPacking{Width::k16BitsIn2, true},
                                          host::FlickerPacking{Width::k16BitsIn2, false},

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks what the compiler and the linker have made of the library: how it resists attacks, and that
-# loading it runs nothing. The tools are those that READELF, NM and STRIP name.
+# Checks what the compiler and the linker have made of the library: how it resists attacks, that
+# loading it runs nothing, and that it stays loaded. The tools are those that READELF, NM and STRIP name.
 # Usage: hardening_test.sh LIBRARY [--optimised]
 set -euo pipefail
 
@@ -27,6 +27,7 @@ segments() {
   dynamic=$("$READELF" -dW "$LIBRARY")
   has "$headers" 'GNU_RELRO' || fault "no RELRO: link with -Wl,-z,relro"
   has "$dynamic" '\(FLAGS_1\).*NOW' || fault "symbols are bound late: link with -Wl,-z,now"
+  has "$dynamic" '\(FLAGS_1\).*NODELETE' || fault "can be unloaded: link with -Wl,-z,nodelete"
   has "$headers" 'GNU_STACK.* RW ' || fault "the stack is executable: link with -Wl,-z,noexecstack"
   ! has "$headers" 'LOAD.* (RWE|WE) ' || fault "a segment can be written and executed"
   ! has "$dynamic" 'TEXTREL' || fault "relocations in the code: compile with -fPIC"

@@ -61,9 +61,9 @@ class DeliveryRaceTest : public LibraryTest, public ::testing::WithParamInterfac
 
   uint32_t id = 0;
 };
-INSTANTIATE_TEST_SUITE_P(Ways, DeliveryRaceTest, ::testing::ValuesIn(kAllDataWays), NameOf);
+INSTANTIATE_TEST_SUITE_P(, DeliveryRaceTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
-TEST_P(DeliveryRaceTest, DisableDuringACallbackEndsWhatComesAfterIt) {
+TEST_P(DeliveryRaceTest, DisableEndsWhatComesAfterIt) {
   DeliverAndMeanwhile([&] {
     DisableIt();
     std::fill(std::begin(buffer), std::end(buffer), -1);
@@ -74,7 +74,7 @@ TEST_P(DeliveryRaceTest, DisableDuringACallbackEndsWhatComesAfterIt) {
 }
 
 /// The cookie is the same, so what is left of a chain goes to the second session.
-TEST_P(DeliveryRaceTest, EnableAgainDuringACallbackLeavesNothingToTheFormerSession) {
+TEST_P(DeliveryRaceTest, TheFormerSessionGetsNothingMore) {
   const uint32_t former = id;
   DeliverAndMeanwhile([&] {
     DisableIt();
@@ -89,7 +89,7 @@ TEST_P(DeliveryRaceTest, EnableAgainDuringACallbackLeavesNothingToTheFormerSessi
 using ConversionRaceTest = LibraryTest;
 
 /// The conversion is held where it logs what it could not read, after it has written samples.
-TEST_F(ConversionRaceTest, DisableWaitsForTheConversionAndNamesDoNot) {
+TEST_F(ConversionRaceTest, DisableWaitsAndNamesDoNot) {
   const uint32_t session = EnableFlicker();
   framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kCompressed1));
   HoldPoint conversion;

@@ -1,4 +1,4 @@
-// Settings operations on a hub whose replies come late, out of order, or never.
+// Settings operations whose replies come late, twice, out of order, or never.
 
 #include <chrono>
 #include <cstdint>
@@ -7,13 +7,10 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <hyl/host/hub_settings.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
 
-#include "gate.h"
-#include "instance.h"
+#include "library_test.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -107,7 +104,7 @@ TEST_F(ReplyFaultsTest, AReadIsNotStaleWhileAnotherThreadWrites) {
   writer.join();
 }
 
-TEST_F(ReplyFaultsTest, ConcurrentReadersAndWritersGetTheirOwnValues) {
+TEST_F(ReplyFaultsTest, ConcurrentCallsGetTheirOwnValues) {
   const std::function<void(uint32_t)> work[] = {[&](uint32_t round) { WriteAndRead(0x40, round); },
                                                 [&](uint32_t round) { WriteAndRead(0x50, round); },
                                                 [&](uint32_t round) { ChangeExposure(round); },
@@ -138,6 +135,54 @@ TEST_F(ReplyFaultsTest, WritesThatAreNeverAnsweredDoNotHangReads) {
       ReadUid();  // what has once been waited for in vain holds up no more
     }
   });
+}
+
+/// Replies that a read has not asked for.
+class StrayReplyTest : public LibraryTest {
+ protected:
+  /// From now on the framework answers every request as the read of a register of that value.
+  void AnswerWith(uint8_t value) {
+    framework.AnswerWith([value](const FrameworkCall&) {
+      std::vector<std::unique_ptr<Message>> replies;
+      replies.push_back(std::make_unique<SettingsReply>(ReadReply(value)));
+      return replies;
+    });
+  }
+  static SettingsReply ReadReply(uint8_t value) {
+    SettingsReply reply(RlsAccess::kRead, RlsCommand::kRegister);
+    reply.value8 = value;
+    return reply;
+  }
+  /// What a read hands back while `reply` comes right after its request, and its own does not come.
+  uint8_t ReadWith(const SettingsReply& reply) {
+    framework.SetHook([&](const FrameworkCall&) {
+      std::thread([&] { framework.Deliver(kRearContinuous, reply); }).join();
+    });
+    uint8_t value = 0;
+    EXPECT_EQ(HylErr::kOk, instance->GetRegister(nullptr, 2, &value));
+    framework.SetHook({});
+    return value;
+  }
+};
+
+TEST_F(StrayReplyTest, AfterTheTimeLimitEndsTheNextWait) {
+  uint8_t value = 0;
+  ReturnsInTime(
+      "a read", [&] { EXPECT_EQ(HylErr::kFailed, instance->GetRegister(nullptr, 1, &value)); },
+      std::chrono::seconds(10));
+  EXPECT_EQ(77, ReadWith(ReadReply(77))) << "the value of the register that was given up";
+}
+
+TEST_F(StrayReplyTest, DoubledEndsTheNextWait) {
+  uint8_t value = 0;
+  AnswerWith(11);
+  ASSERT_EQ(HylErr::kOk, instance->GetRegister(nullptr, 1, &value));
+  framework.AwaitAnswers();
+  framework.HoldAnswers();
+  AnswerWith(77);
+  EXPECT_EQ(11, ReadWith({RlsAccess::kWrite, RlsCommand::kTorchLight})) << "what is stored";
+  framework.ReleaseAnswers();
+  framework.AwaitAnswers();
 }
 
 }  // namespace

@@ -182,7 +182,7 @@ class StreamTest : public ::testing::TestWithParam<StreamCase> {};
 
 /// The table holds the model to the rules, so that it can stand for them elsewhere; the twin holds
 /// the converter to the model.
-TEST_P(StreamTest, ConverterAndModel) {
+TEST_P(StreamTest, AllAgree) {
   const Format& format = GetParam().format;
   ConverterTwin twin;
   twin.SetOutput(GetParam().capacity, static_cast<uint8_t>(GetParam().bits));
@@ -268,8 +268,7 @@ TEST_P(SeqNumTest, OfOffset) {
   EXPECT_EQ(log.Take(), wanted);
 }
 
-INSTANTIATE_TEST_SUITE_P(SampleConverter, SeqNumTest, ::testing::ValuesIn(kSeqNumCases),
-                         NameOf<SeqNumCase>);
+INSTANTIATE_TEST_SUITE_P(, SeqNumTest, ::testing::ValuesIn(kSeqNumCases), NameOf<SeqNumCase>);
 
 TEST(SampleConverterTest, CountersWrap) {
   Samples buffer(4);
@@ -346,7 +345,7 @@ TEST(SampleConverterTest, UncompressedLayouts) {
   }
 }
 
-TEST(SampleConverterTest, DecoderOutlivesOtherFormatsAndNewOutput) {
+TEST(SampleConverterTest, DecoderOutlivesFormatsAndOutputs) {
   ConverterTwin twin;
   twin.SetOutput(4, 12);
   twin.Configure(kCompressed1, true, 0, 0);

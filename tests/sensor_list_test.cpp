@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include <hyl/host/vector_faults.h>
 #include <hyl/sensor_info_mgr.h>
 
 #include "library_test.h"
@@ -179,7 +180,7 @@ TEST_F(SensorListTest, FiftyFailedAttemptsAreOneError) {
   EXPECT_NE("", Find(manager, 13, nullptr, 0)) << "a later lookup tries again";
 }
 
-TEST_F(SensorListTest, IsRebuiltOnlyWhenItsSizeChangesAndFinalOnceFound) {
+TEST_F(SensorListTest, IsRebuiltWhenItsSizeChangesUntilFound) {
   std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "marker")};
   const auto versions_after = [&](const SensorListEntry& added) {
     list.push_back(added);
@@ -204,7 +205,7 @@ TEST_F(SensorListTest, IsRebuiltOnlyWhenItsSizeChangesAndFinalOnceFound) {
   EXPECT_EQ(3U, MustFind(13).version);
 }
 
-TEST_F(SensorListTest, CookiesAndCopiesOfAnotherVersionAreRefused) {
+TEST_F(SensorListTest, StaleCookiesAndCopiesAreRefused) {
   VersionedSensorInfo info = MustFind(1012);
   info.info.request_id = 0x0A0003F4;
   EXPECT_TRUE(manager.SetRequestId(info));
@@ -229,7 +230,7 @@ TEST_F(SensorListTest, CookiesAndCopiesOfAnotherVersionAreRefused) {
                           Error("Can't set request_id, version mismatch: 7 != 1")));
 }
 
-TEST_F(SensorListTest, RequestIdsAreRecordedByTypePriorityAndPrefix) {
+TEST_F(SensorListTest, RequestIdsGoByTypePriorityAndPrefix) {
   VersionedSensorInfo info = MustFind(13);
   info.info.request_id = 5;
   info.info.name.assign("Fl");
@@ -248,30 +249,51 @@ TEST_F(SensorListTest, RequestIdsAreRecordedByTypePriorityAndPrefix) {
   }
 }
 
+/// The slow one is held while it builds its list, until the fast one has set its own. Then it
+/// changes nothing and logs nothing.
 TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
-  HoldPoint first;
-  framework.SetHook([&](const FrameworkCall& call) {
-    if (call.kind == Kind::kGetSensorList && call.api == 1) {
-      first.Arrive();
-    }
-  });
-  framework.SetSensorList([](int query) {
-    std::vector<SensorListEntry> list = DefaultSensors();
-    if (query == 2) {  // that of the held one: also of another size
-      list.push_back(MakeEntry(kFlicker + 1, "second flicker"));
-    }
-    return list;
-  });
-  std::string found_by_first;
-  std::thread thread([&] { found_by_first = Find(manager, 13, nullptr, 0); });
-  EXPECT_TRUE(first.AwaitArrival());
-  VersionedSensorInfo info = MustFind(13);
-  info.info.request_id = 9;
-  EXPECT_TRUE(manager.SetRequestId(info));
-  first.Release();
-  thread.join();
-  EXPECT_EQ("Flicker-t:13 p:0 r:9", found_by_first) << "the running request is not forgotten";
-  EXPECT_EQ(1U, MustFind(13).version);
+  const SensorListEntry marker = MakeEntry(kListMarker, "marker");
+  const SensorListEntry flicker = MakeEntry(kFlicker, "Flicker");
+  const SensorListEntry other = MakeEntry(1U << 16, "accelerometer");
+  const struct {
+    std::vector<SensorListEntry> slow;
+    std::vector<SensorListEntry> fast;
+    std::vector<LogEntry> entries;
+  } kCases[] = {
+      {{marker, flicker, other},  // of another size, but the fast one has found a sensor
+       {marker, flicker},
+       {Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
+        Info("  Flicker-t:13 p:0 r:0"), Info("SensorInfo list has been set.")}},
+      {{marker, flicker},  // the fast one has found none, but has a list of the same size
+       {marker, other},
+       {Info("Setting SensorInfo list."), Info("Sensor-List[0]@V1:"),
+        Info("SensorInfo list has been set.")}},
+  };
+  const std::thread::id fast = std::this_thread::get_id();
+  for (const auto& c : kCases) {
+    SensorInfoMgr list;
+    framework.SetSensorList(
+        [&](int) { return std::this_thread::get_id() == fast ? c.fast : c.slow; });
+    HoldPoint building;
+    host::FailVectorGrowth([&] {
+      if (std::this_thread::get_id() != fast) {
+        building.Arrive();
+      }
+      return false;
+    });
+    std::string found_by_slow;
+    std::thread slow([&] { found_by_slow = Find(list, 13, nullptr, 0); });
+    EXPECT_TRUE(building.AwaitArrival());
+    VersionedSensorInfo info;
+    const bool found = list.GetSensorInfo(info, 13, nullptr, 0);
+    info.info.request_id = 9;
+    EXPECT_EQ(found, found && list.SetRequestId(info));
+    building.Release();
+    slow.join();
+    EXPECT_EQ(found ? "Flicker-t:13 p:0 r:9" : "", found_by_slow) << "the request still runs";
+    EXPECT_EQ(c.entries, log.Take());
+  }
+  host::FailVectorGrowth({});
 }
 
 }  // namespace

@@ -215,7 +215,7 @@ TEST_F(SettingsEndToEndTest, TooMuchGainClipsTheSamples) {
   EXPECT_GT(*std::ranges::max_element(in_range), host::kSpectralFullScale * 0.2);
 }
 
-TEST_F(SettingsEndToEndTest, TooMuchFlickerGainClipsAndShowsAsSaturation) {
+TEST_F(SettingsEndToEndTest, TooMuchFlickerGainSaturates) {
   SetLight(LightKind::kFluorescent, 1500);
   ASSERT_EQ(HylErr::kOk, api_->SetFlickerAutoGainEnabled(nullptr, false));
   ASSERT_NO_FATAL_FAILURE(SetGain(kGainOfFlicker, 0.5));
@@ -264,7 +264,7 @@ TEST_F(SettingsEndToEndTest, TheTorchAddsLight) {
   EXPECT_NEAR(1, Means()[kClear] / rear, 0.01) << "off again";
 }
 
-TEST_F(SettingsEndToEndTest, TheCalibrationSwitchesChangeTheChannelFactors) {
+TEST_F(SettingsEndToEndTest, TheCalibrationSwitchesTakeEffect) {
   ASSERT_EQ(HylErr::kOk, api_->SetSpectralAutoGainEnabled(nullptr, false));
   const Channels both = Means();
   const auto changed_without = [&](HylErr (HylSpectralApi::*set)(const char*, bool)) {

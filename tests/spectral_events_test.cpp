@@ -40,8 +40,7 @@ class SpectralEventsTest : public LibraryTest, public ::testing::WithParamInterf
   uint32_t id;
 };
 
-INSTANTIATE_TEST_SUITE_P(Cameras, SpectralEventsTest,
-                         ::testing::Values(kRearContinuous, kFrontContinuous),
+INSTANTIATE_TEST_SUITE_P(, SpectralEventsTest, ::testing::Values(kRearContinuous, kFrontContinuous),
                          [](const auto& place) {
                            return place.param == kRearContinuous ? "Rear" : "Front";
                          });
@@ -70,7 +69,7 @@ TEST_P(SpectralEventsTest, CountsAboveTheRecordAreClamped) {
   EXPECT_THAT(Values(Events(Chain({{1, most}}), 1)), ElementsAre(most));
 }
 
-TEST_P(SpectralEventsTest, ChainsAreWalkedToTheirCountOrEnd) {
+TEST_P(SpectralEventsTest, ChainsAreWalkedToCountOrEnd) {
   const struct {
     std::vector<int> types;
     uint64_t count;
@@ -106,14 +105,14 @@ TEST_P(SpectralEventsTest, ChainsAreWalkedToTheirCountOrEnd) {
   }
 }
 
-TEST_P(SpectralEventsTest, EventsBeyondTheCountAreNotTouched) {
+TEST_P(SpectralEventsTest, EventsBeyondTheCountAreLeft) {
   const host::SensorEventPtr chain = Chain({{1, {1}}, {1, {2}}});
   chain->next->ref_count = 255;  // one reference more would end the process
   EXPECT_THAT(Values(Events(chain, 1)), ElementsAre(std::vector<float>{1}));
   chain->next->ref_count = 1;
 }
 
-TEST_P(SpectralEventsTest, WithoutASessionEverythingIsDroppedWithOneMessage) {
+TEST_P(SpectralEventsTest, WithoutASessionAllIsDropped) {
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
   const LogEntry expected = Error(std::string("Can't find session for cookie:") +
                                   (GetParam() == kRearContinuous ? "10a0003f4" : "10a0103f4") +
@@ -195,7 +194,7 @@ TEST_P(SpectralEventsTest, MessagesAreKnownByTheirLayout) {
 
 using SpectralRoutingTest = LibraryTest;
 
-TEST_F(SpectralRoutingTest, SamplesGoToTheSessionThatWasStartedLast) {
+TEST_F(SpectralRoutingTest, SamplesGoToTheSessionStartedLast) {
   const uint32_t front = Enable("Front");
   const uint32_t first = Enable("Rear", kOnChange);
   const uint32_t second = Enable("Rear", kContinuous);
@@ -207,8 +206,12 @@ TEST_F(SpectralRoutingTest, SamplesGoToTheSessionThatWasStartedLast) {
               ElementsAre(SpectralCall{0, second, {1}, 0}, SpectralCall{0, front, {2}, 0},
                           SpectralCall{0, front, {3}, 0}));
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(second));
+  log.Take();
   framework.Deliver(kRearOnChange, SampleMsg({4}));
   EXPECT_THAT(client.TakeSpectral(), IsEmpty()) << first << " gets none of its own";
+  EXPECT_THAT(
+      log.Take(),
+      ElementsAre(Error("Can't find session for cookie:10a0003f4 to handle spectral msg!")));
 
   // The same request again has the same cookie, but another session.
   const uint32_t third = Enable("Rear", kContinuous);
@@ -216,7 +219,7 @@ TEST_F(SpectralRoutingTest, SamplesGoToTheSessionThatWasStartedLast) {
   EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, third, {5}, 0}));
 }
 
-TEST_F(SpectralRoutingTest, ASampleBeforeTheCookieIsStoredFindsNoSession) {
+TEST_F(SpectralRoutingTest, ASampleBeforeItsCookieIsDropped) {
   framework.SetHook([&](const FrameworkCall& call) {
     if (call.handle == kRearContinuous) {  // the rear object is known; its new request is not yet
       framework.Deliver(kRearOnChange, SampleMsg({1}));

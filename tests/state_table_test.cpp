@@ -205,11 +205,11 @@ class StateTableTest : public ::testing::TestWithParam<State> {
   LogCapture log_of_the_frameworks_threads_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, StateTableTest, ::testing::ValuesIn(kStates),
+INSTANTIATE_TEST_SUITE_P(, StateTableTest, ::testing::ValuesIn(kStates),
                          [](const auto& test) { return std::string(test.param.name_of_state); });
 
 /// At the same time, each on an instance of its own, since a discovery can take seconds.
-TEST_P(StateTableTest, EveryOperationHasItsResultAndMessages) {
+TEST_P(StateTableTest, HoldsForEveryOperation) {
   std::vector<std::thread> calls;
   for (const Operation& operation : kOperations) {
     calls.emplace_back([&] { CallIn(GetParam(), operation); });

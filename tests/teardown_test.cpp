@@ -81,13 +81,13 @@ class TeardownTest : public ::testing::Test {
   uint32_t session = 0;
 };
 
-class DeliveryTeardownTest : public TeardownTest, public ::testing::WithParamInterface<DataWay> {
+class DestroyTest : public TeardownTest, public ::testing::WithParamInterface<DataWay> {
  protected:
   void ExpectToWait(const std::function<void()>& destroy, DataWay probe);
 };
-INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTeardownTest, ::testing::ValuesIn(kAllDataWays), NameOf);
+INSTANTIATE_TEST_SUITE_P(, DestroyTest, ::testing::ValuesIn(kAllDataWays), NameOf);
 
-TEST_P(DeliveryTeardownTest, LateMessagesAreDroppedInSilence) {
+TEST_P(DestroyTest, LateMessagesAreDroppedInSilence) {
   HylSpectralApi::Destroy(&api);
   for (int i = 0; i < 2; ++i) {
     Deliver(GetParam());
@@ -103,7 +103,7 @@ TEST_P(DeliveryTeardownTest, LateMessagesAreDroppedInSilence) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
-TEST_P(DeliveryTeardownTest, DestroyInsideACallbackReturnsAndEndsTheDelivery) {
+TEST_P(DestroyTest, InsideACallbackEndsTheDelivery) {
   int calls = 0;
   DeliverWith(GetParam(), [&] {
     ++calls;
@@ -115,7 +115,7 @@ TEST_P(DeliveryTeardownTest, DestroyInsideACallbackReturnsAndEndsTheDelivery) {
   EXPECT_THAT(log.Take(), IsEmpty()) << "the rest of a chain is not looked at";
 }
 
-TEST_P(DeliveryTeardownTest, DestroyInsideACallbackKeepsAnObjectThatTheFrameworkForgets) {
+TEST_P(DestroyTest, InsideACallbackKeepsTheObjectAlive) {
   const std::weak_ptr<Service::AsyncCallbacks> object = framework.CallbacksOf(HandleOf(GetParam()));
   DeliverWith(GetParam(), [&] {
     framework.DropCallbacks();
@@ -126,7 +126,7 @@ TEST_P(DeliveryTeardownTest, DestroyInsideACallbackKeepsAnObjectThatTheFramework
   EXPECT_TRUE(object.expired());
 }
 
-TEST_P(DeliveryTeardownTest, DestroyInsideANestedDeliveryEndsBoth) {
+TEST_P(DestroyTest, InsideANestedDeliveryEndsBoth) {
   int calls = 0;
   DeliverWith(GetParam(), [&] {
     if (++calls == 1) {
@@ -142,7 +142,7 @@ TEST_P(DeliveryTeardownTest, DestroyInsideANestedDeliveryEndsBoth) {
 
 /// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another.
 /// That one then destroys too, through the same pointer.
-void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, DataWay probe) {
+void DestroyTest::ExpectToWait(const std::function<void()>& destroy, DataWay probe) {
   HoldPoint callback;
   std::atomic<bool> ended{false};
   Gate destroyed;
@@ -175,11 +175,11 @@ void DeliveryTeardownTest::ExpectToWait(const std::function<void()>& destroy, Da
   EXPECT_EQ(0U, TakeCalls());
 }
 
-TEST_P(DeliveryTeardownTest, DestroyWaitsForADeliveryThatHasBegun) {
+TEST_P(DestroyTest, WaitsForADeliveryThatHasBegun) {
   ExpectToWait([&] { HylSpectralApi::Destroy(&api); }, DataWay::kRearSample);
 }
 
-TEST_P(DeliveryTeardownTest, DestroyInsideACallbackWaitsForOtherThreads) {
+TEST_P(DestroyTest, InsideACallbackWaitsForOthers) {
   const auto destroy_in_callback = [&] {
     t_in_callback = [&] { HylSpectralApi::Destroy(&api); };
     Deliver(DataWay::kRearSample);
@@ -187,7 +187,7 @@ TEST_P(DeliveryTeardownTest, DestroyInsideACallbackWaitsForOtherThreads) {
   ExpectToWait(destroy_in_callback, DataWay::kFlickerData);
 }
 
-TEST_F(TeardownTest, SendsNothingAndReleasesTheFrameworkClientLast) {
+TEST_F(TeardownTest, SendsNothingAndReleasesTheApiLast) {
   std::vector<std::weak_ptr<Service::AsyncCallbacks>> objects;
   for (const uint32_t handle : {kRearContinuous, kFrontContinuous, kFlicker}) {
     objects.push_back(framework.CallbacksOf(handle));

@@ -16,7 +16,7 @@ inline constexpr DataWay kAllDataWays[] = {DataWay::kRearSample, DataWay::kFront
                                            DataWay::kFlickerData};
 
 inline std::string NameOf(const ::testing::TestParamInfo<DataWay>& way) {
-  constexpr const char* kNames[] = {"RearSample", "FrontEvents", "FlickerData"};
+  constexpr const char* kNames[] = {"Rear", "Front", "Flicker"};
   return kNames[static_cast<int>(way.param)];
 }
 

@@ -50,7 +50,7 @@ struct PeakCase {
 
 class PeakTest : public testing::TestWithParam<PeakCase> {};
 
-TEST_P(PeakTest, HasTheFrequencyAndTheAmplitudeOfTheWave) {
+TEST_P(PeakTest, HasTheFrequency) {
   const Wave& wave = GetParam().wave;
   const auto peak = PeakOf(wave);
   ASSERT_TRUE(peak);
@@ -82,7 +82,7 @@ TEST(DominantPeakTest, IsNotFoundWhereNothingStandsOut) {
   EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 1, .drift_per_s = 3000}));
 }
 
-TEST(DominantPeakTest, IsNotFoundInWavesThatAreTooSlowForTheStretch) {
+TEST(DominantPeakTest, IsNotFoundInTooSlowWaves) {
   for (const double hz : {0.5, 2.0, 4.4, 5.8, 8.0, 10.0, 12.0, 14.0, 15.0, 16.0, 20.0}) {
     for (const double phase : {0.0, 0.7, 1.6, 2.5}) {
       const auto peak =
@@ -92,7 +92,7 @@ TEST(DominantPeakTest, IsNotFoundInWavesThatAreTooSlowForTheStretch) {
   }
 }
 
-TEST(DominantPeakTest, IsNotFoundInStretchesThatAreTooShort) {
+TEST(DominantPeakTest, IsNotFoundInTooShortStretches) {
   for (const size_t count : {0U, 1U, 2U, 3U, 7U}) {
     EXPECT_FALSE(PeakOf({.mean = 8000, .amplitude = 2000, .hz = 6000, .count = count})) << count;
   }

@@ -38,7 +38,7 @@ TEST_F(FlickerRecorderTest, JoinsBlocksThatFollowEachOther) {
   EXPECT_EQ(recorder_.gaps(), 0U);
 }
 
-TEST_F(FlickerRecorderTest, KeepsTheNewestSamplesOfALongStretch) {
+TEST_F(FlickerRecorderTest, KeepsTheNewestOfALongStretch) {
   for (uint32_t block = 0; block < 50; ++block) {
     Add(block * 240);
   }
@@ -53,7 +53,7 @@ TEST_F(FlickerRecorderTest, CountsAGapAndItsSamples) {
   EXPECT_EQ(recorder_.samples(), 480U);
 }
 
-TEST_F(FlickerRecorderTest, GivesTheLongestStretchSinceThePeriodBegan) {
+TEST_F(FlickerRecorderTest, GivesTheLongestStretch) {
   Add(0);
   Add(240);
   Add(720);  // after a gap
@@ -88,7 +88,7 @@ TEST_F(FlickerRecorderTest, CountsARepeatedBlockAsAStepBack) {
   EXPECT_THAT(recorder_.Stretch(), SizeIs(480));
 }
 
-TEST_F(FlickerRecorderTest, JoinsBlocksThatAreAllWithoutANumber) {
+TEST_F(FlickerRecorderTest, JoinsBlocksWithoutNumbers) {
   Add(0);
   Add(240);
   for (int block = 0; block < 4; ++block) {
@@ -105,7 +105,7 @@ TEST_F(FlickerRecorderTest, GoesOnAcrossARestart) {
   EXPECT_THAT(recorder_.Stretch(), testing::ElementsAreArray(Numbered(0, 720)));
 }
 
-TEST_F(FlickerRecorderTest, LeavesOutTheShiftedLevelsBetweenALossAndTheNextRestart) {
+TEST_F(FlickerRecorderTest, LeavesOutLevelsThatALossShifted) {
   Add(0, kBlock, true);
   Add(480);                // after a gap
   Add(720, kBlock, true);  // whose levels do not follow on

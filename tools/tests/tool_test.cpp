@@ -152,7 +152,7 @@ struct FaultCase {
 
 class FaultTest : public ToolTest, public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(FaultTest, EndsWithItsCodeAndOneLine) {
+TEST_P(FaultTest, EndsInALine) {
   const RunResult result = RunCaptured(GetParam().arguments);
   EXPECT_EQ(result.code, GetParam().code);
   EXPECT_THAT(result.out, IsEmpty());
@@ -219,7 +219,7 @@ class RefusalTest : public ToolTest, public testing::WithParamInterface<RefusalC
   void SetUp() override { UseScriptedFramework(GetParam().answer); }
 };
 
-TEST_P(RefusalTest, EndsWithItsCodeAndOneLine) {
+TEST_P(RefusalTest, EndsInALine) {
   for (const char* const arguments : {"stream rear", "flicker flicker", "set torch on"}) {
     SCOPED_TRACE(arguments);
     const RunResult result = RunCaptured(arguments);
@@ -285,7 +285,7 @@ TEST_P(EndOfRunTest, OnAFullDisk) {
   EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("No space left")));
 }
 
-TEST_P(EndOfRunTest, OnASignalAfterTheFirstOutput) {
+TEST_P(EndOfRunTest, OnASignalAfterOutput) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     Pipe pipe;
     Reader reader(pipe.reader.get(),

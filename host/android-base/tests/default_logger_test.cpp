@@ -89,7 +89,7 @@ void ExitWithLoggingDestructor() {
   std::exit(0);  // NOLINT(concurrency-mt-unsafe): the only thread of the test's child process.
 }
 
-TEST(DefaultLoggerDeathTest, LogsWhileStaticObjectsAreDestroyed) {
+TEST(DefaultLoggerDeathTest, LogsWhileStaticsAreDestroyed) {
   EXPECT_EXIT(ExitWithLoggingDestructor(), testing::ExitedWithCode(0), "first use(.|\n)*at exit");
 }
 

@@ -104,23 +104,20 @@ void SensorInfoMgr::GetOpticalSensors() const {
     HYL_LOG(ERROR, "HYL_SpAPI: Failed to create HYL API instance");
     return;
   }
-  if (list.size() == last_list_size_) {
-    return;
-  }
   Discovered discovered;
   discovered.list_size = list.size();
   for (const SensorListEntry& entry : list) {
     discovered.Add(entry);
   }
-  HYL_LOG(INFO, "HYL_SpAPI: Setting SensorInfo list.");
   Publish(discovered);
 }
 
 void SensorInfoMgr::Publish(Discovered& discovered) const {
   const std::lock_guard lock(mutex_);
-  if (Found()) {
-    return;  // another thread was faster, and its list is final
+  if (Found() || discovered.list_size == last_list_size_) {
+    return;  // another thread was faster and its list is final, or nothing has changed
   }
+  HYL_LOG(INFO, "HYL_SpAPI: Setting SensorInfo list.");
   ++version_;
   std::swap(infos_, discovered.infos);
   last_list_size_ = discovered.list_size;

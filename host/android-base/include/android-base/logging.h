@@ -27,7 +27,9 @@ enum LogId {
 
 /// Receives every entry that is logged: `message` is its whole text, line ends included, and is
 /// valid during the call only, as `tag` and `file` are. Called on the thread that logs, by several
-/// threads at once if several log, and with no lock held: it may log and may call SetLogger.
+/// threads at once if several log, and with no lock of the logging held: it may log and may call
+/// SetLogger. It must not call the code that logs, which may hold locks: a logger that calls the
+/// sensor library hangs while that logs its sensor list.
 using LogFunction = std::function<void(LogId, LogSeverity, const char* tag, const char* file,
                                        unsigned int line, const char* message)>;
 

@@ -101,6 +101,13 @@ class HylSpectralApi {
   /// twice in a process. A null or empty `name` means the rear sensor (index 0). Samples that
   /// arrive before the call returns may be dropped.
   ///
+  /// The sensors of one position, rear (index 0) or front (all others), share their way to the
+  /// client: all samples go to the session that was enabled or changed last there. When that one
+  /// is disabled the other still gets nothing, and each sample costs an ERROR in the log; an enable
+  /// that fails with kNoSession has the same effect. So open one session for each position, and
+  /// switch its mode by ChangeAmbientLightSensorReporting; a session that has fallen silent gets
+  /// samples again once it has been disabled and enabled.
+  ///
   /// Returns kInvalidArgument for an unknown `mode`; kNotFound when no sensor of that mode has the
   /// name; kAlreadyRunning when this instance runs the sensor in that mode; kNoSession when 8
   /// sessions are open; kFailed when the sensor list changed meanwhile or the sensor's index is
@@ -129,6 +136,9 @@ class HylSpectralApi {
   /// from 1 to 32, is the width of the samples: full scale of the sensor's own width comes out as
   /// full scale of a signed number of `out_bits` bits. On kOk, and only then, `session_id`
   /// receives the session's id.
+  ///
+  /// All flicker sensors share their way to the client: the data go to the session that was enabled
+  /// last, as with the ambient-light sensors of one position. So open one session only.
   ///
   /// Returns kNotFound, kAlreadyRunning, kNoSession, kFailed or the framework's code as
   /// EnableAmbientLightSensor does. After kNoSession the sensor has been stopped but still counts
@@ -160,8 +170,15 @@ class HylSpectralApi {
   /// of an instance take turns, and each waits about 5 s at most in its turn. They return kOk and
   /// fill the out values; kNullPointer when an out pointer is null, before anything is sent;
   /// kFailed when no reply came in time; or the framework's code. The out values are written on kOk
-  /// only. Replies carry no number: a value may be one that the framework gave for an earlier
-  /// request, when the own reply takes more than 0.1 s longer than another one.
+  /// only. When the framework does not reply at all, the n-th caller in the queue waits n times 5
+  /// s.
+  ///
+  /// Replies carry no number, so the first reply ends a wait, whichever request it answers. Where
+  /// the framework answers each request exactly once, the library gives the own reply another 0.1 s
+  /// after that; a value is stale only when it takes longer. A reply that comes twice, or that
+  /// nobody has asked for, can end the wait at once with the value that an earlier reply has
+  /// stored; so can the late reply to an earlier call for the same setting that had ended without
+  /// one.
   ///
   /// Inside a callback, when the framework delivers replies on the calling thread, they can only
   /// end by their time limit, or with kFailed by Destroy; so can those of other threads that are

@@ -24,7 +24,8 @@ class HylSpectralApiCallbackInterface {
 
   /// Delivers one spectral sample.
   ///
-  /// `kind` is always 0. `session_id` is the one that EnableAmbientLightSensor returned. `values`
+  /// `kind` is always 0. `session_id` is the one that EnableAmbientLightSensor returned; where two
+  /// sessions run at one position, that of the one which was enabled or changed last. `values`
   /// holds one value a channel in the framework's order, at most 255, possibly none; it belongs to
   /// the library and exists only during the call. `timestamp` is in nanoseconds.
   virtual void OnSpectralData(uint32_t kind, uint32_t session_id, const Vector<float>& values,
