@@ -62,7 +62,7 @@ constexpr Number kNumbers[] = {
     HYL_AT(2, FlickerFrequencyMetrics, metric1),
     HYL_AT(4, FlickerFrequencyMetrics, saturation),
     HYL_AT(6, FlickerFrequencyMetrics, metric_byte),
-    // hyl_spectral_api_callback_interface.h, flicker_sample_block.h
+    // hyl_spectral_api_callback_interface.h
     HYL_SIZE(HylSpectralApiCallbackInterface, 8),
     HYL_SIZE(FlickerSampleBlock, 48),
     HYL_AT(0, FlickerSampleBlock, restart),
@@ -79,7 +79,7 @@ constexpr Number kNumbers[] = {
     HYL_AT(32, FlickerSampleBlock, auxf_0),
     HYL_AT(36, FlickerSampleBlock, auxf_1),
     HYL_AT(40, FlickerSampleBlock, samples),
-    // api.h, service.h, sensor_list_entry.h
+    // api.h, service.h
     HYL_VALUE(10, ClientType::kSpectral),
     HYL_SIZE(ClientType, 4),
     HYL_SIZE(Api, 8),

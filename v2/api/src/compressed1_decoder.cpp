@@ -165,8 +165,14 @@ struct Decoder {
 void DecodeCompressed1(Compressed1Cursor& cursor) {
   Decoder decoder{cursor, U32Lanes{} + static_cast<uint32_t>(cursor.sum)};
   decoder.Run();
-  cursor = decoder.cursor;
-  cursor.sum = static_cast<int32_t>(decoder.sums[0]);
+  // Field by field, so that the compiler keeps them in registers until here.
+  cursor = {.next = decoder.cursor.next,
+            .end = decoder.cursor.end,
+            .out = decoder.cursor.out,
+            .out_end = decoder.cursor.out_end,
+            .sum = static_cast<int32_t>(decoder.sums[0]),
+            .left = decoder.cursor.left,
+            .right = decoder.cursor.right};
 }
 
 }  // namespace hyl::v2::spectral

@@ -31,15 +31,7 @@ RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command,
 
 }  // namespace
 
-void ConfigSlots::Store(const RlsMsgAccessResp& reply) {
-  if (reply.access == RlsAccess::kRead) {
-    StoreRead(reply);
-  } else if (reply.access == RlsAccess::kWrite) {
-    StoreWrite(reply);
-  }
-}
-
-void ConfigSlots::StoreRead(const RlsMsgAccessResp& reply) {
+void ConfigSlots::StoreReadReply(const RlsMsgAccessResp& reply) {
   switch (reply.command) {
     case RlsCommand::kFlickerFrequencyMetrics:
       metric0 = reply.metric0;
@@ -77,7 +69,7 @@ void ConfigSlots::StoreRead(const RlsMsgAccessResp& reply) {
   }
 }
 
-void ConfigSlots::StoreWrite(const RlsMsgAccessResp& reply) {
+void ConfigSlots::StoreWriteReply(const RlsMsgAccessResp& reply) {
   switch (reply.command) {
     case RlsCommand::kExposureTime:
       exposure_time = reply.value32;
@@ -176,7 +168,11 @@ void ConfigAccess::EndWait() {
 void ConfigAccess::Store(const RlsMsgAccessResp& reply) {
   {
     const std::lock_guard lock(rear_->reply_mutex);
-    slots_.Store(reply);
+    if (reply.access == RlsAccess::kRead) {
+      slots_.StoreReadReply(reply);
+    } else if (reply.access == RlsAccess::kWrite) {
+      slots_.StoreWriteReply(reply);
+    }
     ledger_.NoteReply(reply.access, reply.command);
   }
   rear_->reply_cv.notify_one();

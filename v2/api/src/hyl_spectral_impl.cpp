@@ -7,6 +7,31 @@
 
 namespace hyl::v2 {
 
+HylErr HylSpectralApi::Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
+                              HylLogLevel /*level*/) {
+  if (out == nullptr) {
+    return HylErr::kNullPointer;
+  }
+  HylSpectralImpl* impl = nullptr;
+  const HylErr err = HylSpectralImpl::Create(&impl, callback);
+  *out = impl;
+  return err;
+}
+
+void HylSpectralApi::Destroy(HylSpectralApi** p) {
+  if (p == nullptr) {
+    return;
+  }
+  // Every instance that Create hands out is a HylSpectralImpl.
+  auto* impl = static_cast<HylSpectralImpl*>(*p);
+  HylSpectralImpl::Destroy(&impl);
+  if (impl == nullptr) {  // not while another Destroy is in progress
+    *p = nullptr;
+  }
+}
+
+HylSpectralApi::~HylSpectralApi() = default;
+
 HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback) {
   *out = new HylSpectralImpl(callback);
   return HylErr::kOk;
@@ -71,17 +96,12 @@ HylString HylSpectralImpl::GetSensorName(uint32_t session_id) {
 
 bool HylSpectralImpl::IsSensorSupported(OpticalSensorType kind, const char* name) const {
   SensorType type = kAnySensorType;
-  switch (kind) {
-    case OpticalSensorType::kAmbientLight:
-      type = kContinuousAmbientLightType;
-      break;
-    case OpticalSensorType::kFlicker:
-      type = kFlickerType;
-      break;
-    case OpticalSensorType::kAnyOptical:
-      break;
-    default:
-      return false;
+  if (kind == OpticalSensorType::kAmbientLight) {
+    type = kContinuousAmbientLightType;
+  } else if (kind == OpticalSensorType::kFlicker) {
+    type = kFlickerType;
+  } else if (kind != OpticalSensorType::kAnyOptical) {
+    return false;
   }
   VersionedSensorInfo found;
   return sensor_info_mgr_.GetSensorInfo(found, type, name, 0);

@@ -110,7 +110,6 @@ void SpectralCallbacks::HandleEvents(const EventMessage& message, const Delivery
   }
 }
 
-/// False when the rest of the chain is to be dropped.
 bool SpectralCallbacks::HandleEvent(const RefCountedSensorEvent& event) {
   if (event.event_type == SensorEventType::kIgnored) {
     return true;

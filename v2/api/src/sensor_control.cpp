@@ -39,23 +39,6 @@ uint32_t HandleOf(OpticalSensorType kind, const spectral::SensorInfo& info) {
                                 info.priority);
 }
 
-void FillOnChange(StartOnChangeSamplingReq& request, uint32_t request_id) {
-  request.lead_byte = spectral::kLeadByte;
-  request.client_id = request_id;
-  request.option_flag = 1;
-  request.is_wake_up = true;
-}
-
-void FillContinuous(StartContinuousSamplingReq& request, uint32_t request_id,
-                    OpticalSensorType kind) {
-  const bool flicker = kind == OpticalSensorType::kFlicker;
-  request.lead_byte = spectral::kLeadByte;
-  request.client_id = request_id;
-  request.period = flicker ? kFlickerPeriod : kAmbientLightPeriod;
-  request.option_flag = flicker ? 0 : 1;
-  request.is_wake_up = !flicker;
-}
-
 }  // namespace
 
 HylErr HylSpectralImpl::EnableAmbientLightSensor(const char* name, uint32_t& session_id,
@@ -255,11 +238,19 @@ HylErr HylSpectralImpl::SendStart_locked(OpticalSensorType kind, ReportingMode m
                                          const SensorInfo& info) {
   if (mode == ReportingMode::kOnChange) {
     StartOnChangeSamplingReq request;
-    FillOnChange(request, info.request_id);
+    request.lead_byte = spectral::kLeadByte;
+    request.client_id = info.request_id;
+    request.option_flag = 1;
+    request.is_wake_up = true;
     return Send_locked(kind, info, RequestType::kStartOnChangeSampling, request);
   }
+  const bool flicker = kind == OpticalSensorType::kFlicker;
   StartContinuousSamplingReq request;
-  FillContinuous(request, info.request_id, kind);
+  request.lead_byte = spectral::kLeadByte;
+  request.client_id = info.request_id;
+  request.period = flicker ? kFlickerPeriod : kAmbientLightPeriod;
+  request.option_flag = flicker ? 0 : 1;
+  request.is_wake_up = !flicker;
   return Send_locked(kind, info, RequestType::kStartContinuousSampling, request);
 }
 

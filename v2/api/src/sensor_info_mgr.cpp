@@ -16,7 +16,6 @@ namespace {
 constexpr int kDiscoveryAttempts = 50;
 constexpr auto kDiscoveryInterval = Scaled(kDiscoveryTimeLimit) / kDiscoveryAttempts;
 
-constexpr uint32_t kFrameworkTypeOffset = 256;
 constexpr uint32_t kListCompleteMarkerType = 21;
 
 uint32_t FrameworkType(const SensorListEntry& entry) {
@@ -27,10 +26,6 @@ bool IsComplete(const std::vector<SensorListEntry>& list) {
   return std::any_of(list.begin(), list.end(), [](const SensorListEntry& entry) {
     return FrameworkType(entry) == kListCompleteMarkerType;
   });
-}
-
-bool IsAmbientLight(SensorType type) {
-  return type == kOnChangeAmbientLightType || type == kContinuousAmbientLightType;
 }
 
 /// Whether `name` begins with the whole of `prefix`.
@@ -75,7 +70,7 @@ struct SensorInfoMgr::Discovered {
     const auto type = static_cast<SensorType>(FrameworkType(entry) - kFrameworkTypeOffset);
     if (type == kFlickerType) {
       flicker = true;
-    } else if (IsAmbientLight(type)) {
+    } else if (type == kOnChangeAmbientLightType || type == kContinuousAmbientLightType) {
       als = true;
     } else {
       return;

@@ -1,5 +1,7 @@
 #include <hyl/internal/session_mgr.h>
 
+#include <algorithm>
+
 #include "log.h"
 
 namespace hyl::v2::spectral {
@@ -71,21 +73,15 @@ void SessionMgr::DeleteSession(uint32_t id) {
 }
 
 Session* SessionMgr::FindById(uint32_t id) {
-  for (Session& session : sessions_) {
-    if (id != 0 && session.id == id) {
-      return &session;
-    }
-  }
-  return nullptr;
+  const auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [=](const Session& session) { return session.id == id; });
+  return id != 0 && found != sessions_.end() ? &*found : nullptr;
 }
 
 Session* SessionMgr::FindByCookie(uint64_t cookie) {
-  for (Session& session : sessions_) {
-    if (cookie != 0 && session.cookie == cookie) {
-      return &session;
-    }
-  }
-  return nullptr;
+  const auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [=](const Session& session) { return session.cookie == cookie; });
+  return cookie != 0 && found != sessions_.end() ? &*found : nullptr;
 }
 
 uint32_t SessionMgr::FindId(uint64_t cookie) const {

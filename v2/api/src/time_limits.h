@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-/// The fuzzers' build divides all time limits alike, so that lost replies and missing sensors do
-/// not take up its time.
+// The fuzzers' build divides all time limits alike, so that lost replies and missing sensors do not
+// slow it down.
 #ifndef HYL_TIME_LIMIT_DIVISOR
 #define HYL_TIME_LIMIT_DIVISOR 1
 #endif

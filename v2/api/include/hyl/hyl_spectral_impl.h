@@ -12,7 +12,6 @@
 #include <hyl/internal/config_access.h>
 #include <hyl/internal/sample_converter.h>
 #include <hyl/internal/sensor_callbacks.h>
-#include <hyl/internal/sensor_info.h>
 #include <hyl/internal/sensor_info_mgr.h>
 #include <hyl/internal/session_mgr.h>
 #include <hyl/internal/thread_annotations.h>
@@ -21,9 +20,9 @@ namespace hyl::v2 {
 
 /// The one implementation of HylSpectralApi.
 ///
-/// Locks, in the order in which they may be taken: `mutex_`, then the sensor list's. The
-/// configuration operations take `config_turn_mutex_`, then the rear callback object's
-/// `reply_mutex`, and neither of the others. None is held while the client is called.
+/// Locks, in the order in which they may be taken: `mutex_`, then the sensor list's. The settings
+/// take the turn of `config_`, then the rear callback object's `reply_mutex`, and neither of the
+/// others. None is held while the client is called.
 class HylSpectralImpl final : public HylSpectralApi {
  public:
   using FlickerSensorCallbacks = spectral::FlickerSensorCallbacks;
@@ -92,10 +91,9 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// @}
 
  private:
-  /// The sessions, for the lookups that take no lock: those that are const.
+  /// The sessions, for the const lookups, which take no lock.
   const SessionMgr& sessions() const HYL_NO_THREAD_SAFETY_ANALYSIS { return session_mgr_; }
-  /// The kind of sensor decides which callback object gets its messages. Rear or front by
-  /// `priority` for ambient light.
+  /// The callback object that gets the messages of the sensors of that kind and priority.
   std::shared_ptr<spectral::SensorCallbacks> CallbacksFor(OpticalSensorType kind,
                                                           uint32_t priority) const;
 
@@ -132,7 +130,7 @@ class HylSpectralImpl final : public HylSpectralApi {
 
   /// Set by the first Destroy. Atomic: callbacks on several threads may call Destroy.
   std::atomic<bool> destroying_{false};
-  /// The settings. Last, as its slots are.
+  /// The settings. Last, since the slots of their values are the last members.
   spectral::ConfigAccess config_{api_, rear_callbacks_};
 };
 

@@ -98,7 +98,6 @@ class RlsMsgAccessResp : public Message {
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
 static_assert(sizeof(RlsMsgAccessReq) == 64);
-static_assert(offsetof(RlsMsgAccessReq, lead_byte) == 8);
 static_assert(offsetof(RlsMsgAccessReq, access) == 9);
 static_assert(offsetof(RlsMsgAccessReq, command) == 10);
 static_assert(sizeof(RlsMsgAccessResp) == 64);

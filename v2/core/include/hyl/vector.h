@@ -47,23 +47,9 @@ class VectorBase : public HeapAllocable {
   void* data_ = nullptr;
   size_t count_ = 0;
   size_t reserved_ = 0;  // used by VectorBase's own functions alone
-
- private:
-  struct LayoutCheck;
 };
 
-// Offsets in classes with virtual operations are well-defined for g++ and clang++.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winvalid-offsetof"
-
-struct VectorBase::LayoutCheck {
-  static_assert(sizeof(VectorBase) == 32);
-  static_assert(offsetof(VectorBase, data_) == 8);
-  static_assert(offsetof(VectorBase, count_) == 16);
-  static_assert(offsetof(VectorBase, reserved_) == 24);
-};
-
-#pragma GCC diagnostic pop
+static_assert(sizeof(VectorBase) == 32);
 
 /// The framework's growable array on heap `H`.
 ///

@@ -7,9 +7,18 @@
 #include <hyl/hyl_spectral_api.h>
 #include <hyl/hyl_string.h>
 #include <hyl/internal/sample_converter.h>
-#include <hyl/internal/sensor_info.h>
+#include <hyl/internal/sensor_info_mgr.h>
 
-namespace hyl::v2::spectral {
+namespace hyl::v2 {
+
+/// How a session reports.
+enum class ReportingMode : uint8_t {
+  kNone = 0,  ///< the session is free
+  kContinuous = 1,
+  kOnChange = 2,
+};
+
+namespace spectral {
 
 /// One sensor that a client has enabled; free while `id` is 0.
 ///
@@ -60,4 +69,5 @@ class SessionMgr {
   std::array<Session, kMaxSessions> sessions_;
 };
 
-}  // namespace hyl::v2::spectral
+}  // namespace spectral
+}  // namespace hyl::v2
