@@ -109,8 +109,8 @@ HylErr ConfigAccess::Tell(RlsAccess access, RlsCommand command, const ConfigArgu
 /// The first reply ends the wait, whichever request it answers. So that this is seldom another's,
 /// the replies to earlier requests may arrive before the request is sent; and when the first reply
 /// is another's all the same, the wait continues for a moment until its own has come.
-HylErr ConfigAccess::Ask(RlsAccess access, RlsCommand command, const ConfigArguments& arguments,
-                         Outs outs, const HandBack& hand_back) {
+HylErr ConfigAccess::AskForSlots(RlsAccess access, RlsCommand command,
+                                 const ConfigArguments& arguments, Outs outs, ConfigSlots& slots) {
   if (std::find(outs.begin(), outs.end(), nullptr) != outs.end()) {
     return HylErr::kNullPointer;
   }
@@ -127,7 +127,7 @@ HylErr ConfigAccess::Ask(RlsAccess access, RlsCommand command, const ConfigArgum
   if (!AwaitReply_locked(handled_before)) {
     return HylErr::kFailed;
   }
-  hand_back(slots_);
+  slots = slots_;
   return HylErr::kOk;
 }
 

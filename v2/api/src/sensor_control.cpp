@@ -29,16 +29,6 @@ const char* OrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-const char* Label(OpticalSensorType kind) {
-  return kind == OpticalSensorType::kFlicker ? "flicker" : "ALS";
-}
-
-/// Flicker messages always go by the flicker type; an ambient-light sensor has one of two types.
-uint32_t HandleOf(OpticalSensorType kind, const spectral::SensorInfo& info) {
-  return spectral::SensorHandle(kind == OpticalSensorType::kFlicker ? kFlickerType : info.type,
-                                info.priority);
-}
-
 }  // namespace
 
 HylErr HylSpectralImpl::EnableAmbientLightSensor(const char* name, uint32_t& session_id,
@@ -136,7 +126,8 @@ HylErr HylSpectralImpl::OpenSession_locked(OpticalSensorType kind,
   if (*session != nullptr) {
     return HylErr::kOk;
   }
-  HYL_LOG(ERROR, "Cannot enable %s sensor '%s', no session available!", Label(kind), session_name);
+  HYL_LOG(ERROR, "Cannot enable %s sensor '%s', no session available!",
+          kind == OpticalSensorType::kFlicker ? "flicker" : "ALS", session_name);
   const HylErr err = SendStop_locked(kind, running.info);
   if (kind == OpticalSensorType::kAmbientLight) {
     VersionedSensorInfo stopped = running;
@@ -266,7 +257,10 @@ HylErr HylSpectralImpl::Send_locked(OpticalSensorType kind, const SensorInfo& in
   if (api_ == nullptr) {
     return HylErr::kFailed;
   }
-  return api_->InvokeAsyncServiceCall(HandleOf(kind, info), static_cast<uint32_t>(type), request,
+  // A flicker operation names its sensor by the flicker type, whatever kind the session is of.
+  const uint32_t handle = spectral::SensorHandle(
+      kind == OpticalSensorType::kFlicker ? kFlickerType : info.type, info.priority);
+  return api_->InvokeAsyncServiceCall(handle, static_cast<uint32_t>(type), request,
                                       CallbacksFor(kind, info.priority));
 }
 

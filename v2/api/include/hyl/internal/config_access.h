@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <mutex>
@@ -113,8 +112,6 @@ class ConfigAccess {
  public:
   /// The client's out pointers, of which none may be null.
   using Outs = std::initializer_list<const void*>;
-  /// Copies slots to the client's out values. Called with the reply mutex held.
-  using HandBack = std::function<void(const ConfigSlots& slots)>;
 
   /// `api` and `rear` are the instance's. They never change after its construction; both are empty
   /// when there is no connection, and every operation then fails.
@@ -123,9 +120,17 @@ class ConfigAccess {
 
   /// Sends a request and does not wait.
   HylErr Tell(RlsAccess access, RlsCommand command, const ConfigArguments& arguments);
-  /// Sends a request, waits for the reply, and hands the slots back.
+  /// Sends a request, waits for the reply, and calls `hand_back` with the slots.
+  template <typename HandBack>
   HylErr Ask(RlsAccess access, RlsCommand command, const ConfigArguments& arguments, Outs outs,
-             const HandBack& hand_back) HYL_EXCLUDES(turn_mutex_);
+             HandBack hand_back) HYL_EXCLUDES(turn_mutex_) {
+    ConfigSlots slots;
+    const HylErr err = AskForSlots(access, command, arguments, outs, slots);
+    if (err == HylErr::kOk) {
+      hand_back(slots);
+    }
+    return err;
+  }
 
   /// On the framework's threads: stores the reply's values and wakes the operation that waits.
   void Store(const RlsMsgAccessResp& reply);
@@ -133,6 +138,8 @@ class ConfigAccess {
   void EndWait();
 
  private:
+  HylErr AskForSlots(RlsAccess access, RlsCommand command, const ConfigArguments& arguments,
+                     Outs outs, ConfigSlots& slots) HYL_EXCLUDES(turn_mutex_);
   /// Lets owed replies arrive, and announces a request. Returns the number of replies so far.
   uint64_t BeginWait(RlsAccess access, RlsCommand command);
   /// False when no reply has come in time, or none can come any more.
