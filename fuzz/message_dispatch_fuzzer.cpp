@@ -74,7 +74,8 @@ class Dispatch {
     const uint8_t capacity = input.Byte();
     const uint8_t bits = input.Byte();
     buffer_ = capacity == kNullBuffer ? nullptr : std::make_unique<int[]>(capacity);
-    converter_.SetOutput(buffer_ != nullptr ? capacity : 0, bits);
+    wanted_.resize(buffer_ != nullptr ? capacity : 0);
+    converter_.SetOutput(wanted_.data(), wanted_.size(), bits);
     constexpr auto kMode = SensorReportingMode::kContinuous;
     EXPECT_EQ(HylErr::kOk, instance_->EnableAmbientLightSensor("Rear", ids_[0], kMode));
     EXPECT_EQ(HylErr::kOk, instance_->EnableAmbientLightSensor("Front", ids_[1], kMode));
@@ -147,7 +148,7 @@ class Dispatch {
       EXPECT_EQ(seq_num, block.seq_num);
       EXPECT_EQ(format_param_, block.format_param);
       EXPECT_EQ(buffer_.get(), block.samples);
-      EXPECT_EQ(converter_.Samples(), samples);
+      EXPECT_TRUE(std::ranges::equal(converter_.Samples(), samples));
       EXPECT_EQ(SharedFields(message), SharedFields(block));
     }
   }
@@ -157,6 +158,7 @@ class Dispatch {
   ScriptedApi framework_;
   RecordingClient client_;
   SampleConverterModel converter_;
+  std::vector<int32_t> wanted_;  // its buffer
   uint32_t format_param_ = 24000;
   std::unique_ptr<int[]>
       buffer_;            // of its exact size, so that AddressSanitizer sees what is beyond
