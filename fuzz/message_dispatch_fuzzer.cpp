@@ -140,12 +140,10 @@ class Dispatch {
 
   void CheckData(const FlickerData& message) {
     const auto calls = client_.TakeFlicker();
-    const uint32_t seq_num = converter_.GetSeqNum(message.offset);
     const bool converted = converter_.Convert({message.data, message.size}, message.restart);
     ASSERT_EQ(converted ? 1U : 0U, calls.size());
     for (const auto& [session_id, block, samples] : calls) {
       EXPECT_EQ(ids_[kFlickerSensor], session_id);
-      EXPECT_EQ(seq_num, block.seq_num);
       EXPECT_EQ(format_param_, block.format_param);
       EXPECT_EQ(buffer_.get(), block.samples);
       EXPECT_TRUE(std::ranges::equal(converter_.Samples(), samples));

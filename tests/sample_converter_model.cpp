@@ -53,33 +53,9 @@ void SampleConverterModel::Configure(int32_t kind, bool little_endian, uint8_t m
   format_ = {.kind = kind,
              .bits = bits,
              .doublings = out_bits_ - bits,
-             .bytes = static_cast<uint32_t>(bytes),
+             .bytes = static_cast<size_t>(bytes),
              .little_endian = little_endian,
              .lsb = pairs ? 0 : lsb};
-}
-
-uint32_t SampleConverterModel::GetSeqNum(uint32_t offset) {
-  if (format_.kind != kCompressed1) {
-    return offset / format_.bytes;
-  }
-  const uint32_t gap = offset - total_bytes_;
-  if ((gap >> 28) % 2 != 0) {
-    log_.push_back(Warning(Text("Cannot estimate missing gap of data (off:%d total:%d)",
-                                static_cast<int>(offset), static_cast<int>(total_bytes_))));
-    return 0;
-  }
-  // The gap has as many samples a byte as the data so far, one in 4 bytes at least and one a byte
-  // at most. A held byte has made no sample yet; after a reset of the counters it is not in them.
-  uint64_t bytes = total_bytes_ - (total_bytes_ > 0 && HeldByte() ? 1 : 0);
-  uint64_t samples = seq_num_;
-  if (bytes == 0 || samples > bytes) {
-    bytes = samples = 1;
-  } else if (samples * kLongestDifference < bytes) {
-    bytes = kLongestDifference;
-    samples = 1;
-  }
-  const bool round_up = gap * samples % bytes * 2 >= bytes;
-  return static_cast<uint32_t>(seq_num_ + gap * samples / bytes + (round_up ? 1 : 0));
 }
 
 bool SampleConverterModel::Convert(std::span<const uint8_t> chunk, uint8_t restart) {
@@ -159,7 +135,7 @@ bool SampleConverterModel::Convert16BitsIn2(std::span<const uint8_t> chunk) {
 
 bool SampleConverterModel::ConvertUncompressed(std::span<const uint8_t> chunk) {
   if (chunk.size() % format_.bytes != 0) {
-    log_.push_back(Error(Text("Received data size (%zu) doesn't fit sample-width (%u)",
+    log_.push_back(Error(Text("Received data size (%zu) doesn't fit sample-width (%zu)",
                               chunk.size(), format_.bytes)));
     return false;
   }

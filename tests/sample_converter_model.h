@@ -19,7 +19,6 @@ class SampleConverterModel {
   void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);
   void ResetCounters();
   void Configure(int32_t kind, bool little_endian, uint8_t msb, uint8_t lsb);
-  uint32_t GetSeqNum(uint32_t offset);
   bool Convert(std::span<const uint8_t> chunk, uint8_t restart);
 
   /// What the buffer holds of the latest chunk.
@@ -34,10 +33,10 @@ class SampleConverterModel {
 
  private:
   struct Format {
-    int32_t kind = 0;    // none yet
-    int bits = 0;        // of a sample
-    int doublings = 0;   // that bring a sample to the wanted width; negative: halvings
-    uint32_t bytes = 4;  // of a sample, where that is fixed
+    int32_t kind = 0;   // none yet
+    int bits = 0;       // of a sample
+    int doublings = 0;  // that bring a sample to the wanted width; negative: halvings
+    size_t bytes = 0;   // of a sample, where that is fixed
     bool little_endian = true;
     int lsb = 0;
   };

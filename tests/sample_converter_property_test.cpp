@@ -43,15 +43,13 @@ class RandomScript {
 
  private:
   void Step() {
-    switch (Below(8)) {
+    switch (Below(7)) {
       case 0:
         return SetOutput();
       case 1:
         return twin_.ResetCounters();
       case 2:
         return Configure();
-      case 3:
-        return twin_.AskSeqNum(Offset());
       default:
         return SendStream();
     }
@@ -72,22 +70,14 @@ class RandomScript {
     twin_.Configure(kind_, little_endian, msb, lsb);
   }
 
-  uint32_t Offset() {
-    const uint64_t distance = OneIn(4) ? engine_() : Below(1000);
-    return static_cast<uint32_t>(twin_.TotalBytes() + (OneIn(3) ? -distance : distance));
-  }
-
   /// Cuts a stream anywhere, and sends the pieces; some get lost, some come twice.
   void SendStream() {
     const Bytes stream = kind_ == kCompressed1 ? Values() : AnyBytes();
-    uint32_t offset = twin_.TotalBytes();
     for (std::span<const uint8_t> left = stream; !left.empty();) {
       const auto piece = left.first(PieceSize(left.size()));
       for (uint64_t times = OneIn(8) ? Below(3) : 1; times > 0; --times) {
-        twin_.AskSeqNum(offset);
         Convert(piece);
       }
-      offset += static_cast<uint32_t>(piece.size());
       left = left.subspan(piece.size());
     }
     if (OneIn(10)) {

@@ -167,6 +167,20 @@ constexpr Row kRows[] = {
     {"uncompressed-3 little", 24, "01 00 00 02", "unreadable"},
     {"uncompressed-4 little", 33, kExtremes4, "2 -2"},
     {"uncompressed-2 little", 255, "00 80 FF 7F", "0 0"},
+    // The most unused bits, and layouts with too many or of no sample.
+    {"uncompressed-2 little msb 15", 1, "01 00 00 80", "-1 0"},
+    {"uncompressed-2 little lsb 15", 1, "01 00 00 80", "0 -1"},
+    {"uncompressed-2 little msb 8 lsb 8", 1, "01 00 00 80", "unreadable"},
+    {"uncompressed-3 little msb 8 lsb 8", 8, "FF 12 FF", "18"},
+    {"uncompressed-3 little msb 16", 8, "12 FF FF", "18"},
+    {"uncompressed-3 little msb 9 lsb 8 next", 8, "12 FF FF", "18"},
+    {"uncompressed-4 little msb 8 lsb 8", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-4 little msb 17 next", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-4 little lsb 17 next", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-4 little msb 255 lsb 255 next", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-5 big next", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-1 little next", 16, "FF 34 12 FF", "4660"},
+    {"uncompressed-0 little next", 16, "FF 34 12 FF", "4660"},
 };
 
 TEST(SampleConverterTest, WorkedExamples) {
@@ -217,40 +231,6 @@ TEST(SampleConverterTest, RestartIsBit0AndDropsTheHeldByteAndTheSum) {
   EXPECT_EQ(samples("82", 0), std::vector{0}) << "a width counts from the next format message on";
   Configure(twin, "compressed-1");
   EXPECT_EQ(samples("82", 0), std::vector{4});
-}
-
-// --- layouts ---
-
-struct Layout {
-  size_t sbytes;
-  uint8_t msb;
-  uint8_t lsb;
-  bool accepted;
-};
-
-constexpr Layout kLayouts[] = {
-    {2, 0, 0, true},         {2, 15, 0, true}, {2, 0, 15, true},  {2, 8, 8, false},
-    {3, 16, 0, true},        {3, 0, 16, true}, {3, 8, 8, true},   {3, 8, 9, false},
-    {4, 0, 0, true},         {4, 8, 8, true},  {4, 17, 0, false}, {4, 0, 17, false},
-    {4, 255, 255, false},    {0, 0, 0, false}, {1, 0, 0, false},  {5, 0, 0, false},
-    {SIZE_MAX, 0, 0, false},
-};
-
-TEST(SampleConverterTest, ALayoutThatDoesNotFitLeavesTheFormat) {
-  LogCapture log;
-  for (const auto& [sbytes, msb, lsb, accepted] : kLayouts) {
-    const std::string text = Text("sbytes:%zu msb:%d lsb:%d", sbytes, msb, lsb);
-    SCOPED_TRACE(text);
-    SampleConverter converter;
-    converter.Configure16BitsIn2InputFormat(true);
-    EXPECT_EQ(accepted, converter.ConfigureUncompressedInputFormat(
-                            FlickerFormatSampleWidth::kUncompressed4, sbytes, msb, lsb, false));
-    EXPECT_EQ(accepted ? 4U : 7U, converter.format_);
-    EXPECT_EQ(accepted ? sbytes : 2, converter.sample_bytes_);
-    EXPECT_EQ(!accepted, converter.little_endian_);
-    EXPECT_EQ(accepted ? Log{} : Log{Warning("Invalid converter config (" + text + ")")},
-              log.Take());
-  }
 }
 
 // --- sequence numbers ---
