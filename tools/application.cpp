@@ -6,6 +6,7 @@
 #include <exception>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <android-base/logging.h>
@@ -14,10 +15,11 @@
 #include <CLI/Formatter.hpp>
 
 #include "command.h"
+#include "completion.h"
 #include "context.h"
 #include "failure.h"
+#include "options.h"
 #include "simulation.h"
-#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -36,11 +38,13 @@ void FillStandardStreams() {
 struct Arguments {
   CLI::App app{"Shows and sets the optical sensors of this device.", "hyl-spectral"};
   bool verbose = false;
+  Format format = Format::kText;
   std::vector<Command> commands;
 
   Arguments() {
     app.set_version_flag("--version", "hyl-spectral " HYL_TOOL_VERSION);
     app.add_flag("-v,--verbose", verbose, "show the library's log on standard error");
+    AddFormatOption(app, format);
     AddSceneOptions(app);
     app.require_subcommand(1);
     app.fallthrough();
@@ -65,7 +69,7 @@ Failure UsageFailure(const Arguments& arguments, const CLI::ParseError& error) {
   }
   const std::vector<std::string> unknown = arguments.app.remaining();
   const std::string fault = command == "hyl-spectral" && !unknown.empty()
-                                ? "there is no command '" + Printable(unknown.front()) + "'"
+                                ? "there is no command '" + unknown.front() + "'"
                                 : error.what();
   return Failure(ExitCode::kUsage, fault + "; '" + command + " --help' shows how it is used");
 }
@@ -85,11 +89,28 @@ void RunCommand(const Arguments& arguments, const Context& context) {
   }
 }
 
+/// Whether the command line is that of the shell's completion: --complete, and the words so far.
+bool IsCompletion(int argc, char** argv) {
+  return argc > 2 && std::string_view(argv[1]) == "--complete";
+}
+
+void PrintCompletions(Arguments& arguments, const std::vector<std::string>& words, Output& out) {
+  SetLogLevel(false);
+  for (const std::string& word : Completions(arguments.app, words)) {
+    out.Add(word + "\n");
+  }
+  out.Flush();
+}
+
 void RunArguments(int argc, char** argv) {
   FillStandardStreams();
   const Interrupt interrupt;
   Output out(STDOUT_FILENO, interrupt);
   Arguments arguments;
+  if (IsCompletion(argc, argv)) {
+    PrintCompletions(arguments, {argv + 2, argv + argc}, out);
+    return;
+  }
   try {
     arguments.app.parse(argc, argv);
   } catch (const CLI::Success& request) {
@@ -99,7 +120,7 @@ void RunArguments(int argc, char** argv) {
     throw UsageFailure(arguments, error);
   }
   SetLogLevel(arguments.verbose);
-  RunCommand(arguments, {out, interrupt, arguments.verbose});
+  RunCommand(arguments, {out, interrupt, arguments.format, arguments.verbose});
 }
 
 int Report(const std::string& line, ExitCode code) {

@@ -10,7 +10,6 @@ namespace {
 
 using android::base::StringPrintf;
 
-constexpr size_t kFrameLines = 3;     // heading, foot, and the cursor's line
 constexpr size_t kLabelColumns = 22;  // channel number, value and blanks
 
 }  // namespace
@@ -38,14 +37,12 @@ void BarView::Draw() {
   next_draw_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
   Rescale();
   const TerminalSize size = TerminalSizeOf(out_.fd());
-  const size_t room = size.rows > kFrameLines ? size.rows - kFrameLines : 0;
-  const size_t shown = std::min(room, newest_.values.size());
   std::string lines = Heading().substr(0, size.columns - 1) + "\n";
-  for (size_t channel = 0; channel < shown; ++channel) {
+  for (size_t channel = 0; channel < newest_.values.size(); ++channel) {
     lines += ChannelLine(channel, size.columns) + "\n";
   }
   lines += StringPrintf("a full bar is %g; Ctrl-C ends", scale_).substr(0, size.columns - 1) + "\n";
-  out_.Add(redraw_.Frame(lines));
+  out_.Add(redraw_.Frame(lines, size));
 }
 
 void BarView::Rescale() {

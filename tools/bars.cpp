@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 
 namespace hyl::v2::tool {
 namespace {
@@ -25,6 +26,25 @@ std::string Cells(double fill, size_t width, bool unicode) {
   return Repeat(unicode ? "█" : "#", full / steps) + rest + Repeat(" ", width - used);
 }
 
+size_t CountLines(std::string_view text) {
+  return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+/// `lines` without those for which there is no room above the cursor's line.
+std::string Fitted(const std::string& lines, const TerminalSize& size) {
+  const size_t count = CountLines(lines);
+  const size_t room = std::max<size_t>(size.rows, 2) - 1;
+  if (count <= room) {
+    return lines;
+  }
+  size_t end = 0;
+  for (size_t line = 1; line < room; ++line) {
+    end = lines.find('\n', end) + 1;
+  }
+  const std::string rest = std::to_string(count - room + 1) + " more lines need a taller window";
+  return lines.substr(0, end) + rest.substr(0, size.columns - 1) + "\n";
+}
+
 }  // namespace
 
 std::string Bar(double fill, size_t width, const Terminal& terminal) {
@@ -46,7 +66,8 @@ double RoundScale(double value) {
   return 10 * decade;
 }
 
-std::string Redraw::Frame(const std::string& lines) {
+std::string Redraw::Frame(const std::string& all_lines, const TerminalSize& size) {
+  const std::string lines = Fitted(all_lines, size);
   // Ctrl-C may have moved the cursor within its line, by its echo.
   std::string frame = "\r";
   if (drawn_lines_ > 0) {
@@ -56,7 +77,7 @@ std::string Redraw::Frame(const std::string& lines) {
     // What the frame before left on the line is erased.
     frame += character == '\n' ? std::string("\033[K\n") : std::string(1, character);
   }
-  drawn_lines_ = static_cast<size_t>(std::count(lines.begin(), lines.end(), '\n'));
+  drawn_lines_ = CountLines(lines);
   return frame + "\033[J";
 }
 

@@ -16,8 +16,9 @@ double RoundScale(double value);
 /// Draws a block of lines over the one drawn before it.
 class Redraw {
  public:
-  /// The text that brings `lines`, each ended by a line feed, onto the screen.
-  std::string Frame(const std::string& lines);
+  /// The text that brings `lines`, each ended by a line feed and none too wide, onto the screen.
+  /// Where they are too many, the last that fits says so.
+  std::string Frame(const std::string& lines, const TerminalSize& size);
 
  private:
   size_t drawn_lines_ = 0;

@@ -17,6 +17,8 @@ constexpr size_t kFirstPeakEntry = 3;
 constexpr double kPeakOverNoise = 6;
 // Smaller amplitudes, in units of a sample, are rounding errors.
 constexpr double kLeastAmplitude = 1e-3;
+// What the window leaves of a large slow change, far from its place, is smaller.
+constexpr double kLeastOfLargest = 1e-2;
 
 struct FftwFree {
   void operator()(void* memory) const { fftw_free(memory); }
@@ -57,9 +59,8 @@ class Trend {
   double slope_ = 0;
 };
 
-FftwReals WindowedSamples(std::span<const int32_t> samples) {
+FftwReals WindowedSamples(std::span<const int32_t> samples, const Trend& trend) {
   FftwReals windowed(fftw_alloc_real(samples.size()));
-  const Trend trend(samples);
   for (size_t i = 0; i < samples.size(); ++i) {
     windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, samples.size());
   }
@@ -70,6 +71,20 @@ double Median(std::vector<double> values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
   return *middle;
+}
+
+/// Whether the entry is the top of a rise: twice as high as the lowest entries that lie downhill
+/// from it, on both sides. Ripples on the slope of a higher peak are not.
+bool IsPeak(const std::vector<double>& amplitudes, size_t entry) {
+  size_t left = entry;
+  while (left > 0 && amplitudes[left - 1] <= amplitudes[left]) {
+    --left;
+  }
+  size_t right = entry;
+  while (right + 1 < amplitudes.size() && amplitudes[right + 1] <= amplitudes[right]) {
+    ++right;
+  }
+  return amplitudes[entry] >= 2 * std::max(amplitudes[left], amplitudes[right]);
 }
 
 /// The top of the parabola through the logarithms of the amplitudes around `entry`.
@@ -111,11 +126,13 @@ FlickerLevels LevelsOf(std::span<const int32_t> samples) {
 
 FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_hz) {
   const size_t count = samples.size();
-  FlickerSpectrum spectrum = {sample_rate_hz / static_cast<double>(count), {}};
+  FlickerSpectrum spectrum = {sample_rate_hz / static_cast<double>(count), 0, {}};
   if (count < 2) {
     return spectrum;
   }
-  const FftwReals windowed = WindowedSamples(samples);
+  const Trend trend(samples);
+  spectrum.drift = std::abs(trend.At(count) - trend.At(0));
+  const FftwReals windowed = WindowedSamples(samples, trend);
   const FftwComplexes bins(fftw_alloc_complex(count / 2 + 1));
   const FftwPlan plan(fftw_plan_dft_r2c_1d(static_cast<int>(count), windowed.get(), bins.get(),
                                            FFTW_ESTIMATE | FFTW_PRESERVE_INPUT));
@@ -133,12 +150,19 @@ std::optional<SpectrumPeak> DominantPeak(const FlickerSpectrum& spectrum) {
   if (amplitudes.size() < kFirstPeakEntry + 2) {
     return std::nullopt;
   }
+  const double largest =
+      std::max(spectrum.drift, *std::max_element(amplitudes.begin(), amplitudes.end()));
+  double least =
+      std::max({kLeastAmplitude, kLeastOfLargest * largest, kPeakOverNoise * Median(amplitudes)});
+  size_t highest = 0;
   // The last entry has no neighbour above it.
-  const auto highest = std::max_element(amplitudes.begin() + kFirstPeakEntry, amplitudes.end() - 1);
-  if (*highest < std::max(kLeastAmplitude, kPeakOverNoise * Median(amplitudes))) {
-    return std::nullopt;
+  for (size_t entry = kFirstPeakEntry; entry + 1 < amplitudes.size(); ++entry) {
+    if (amplitudes[entry] >= least && IsPeak(amplitudes, entry)) {
+      least = amplitudes[entry];
+      highest = entry;
+    }
   }
-  return Interpolate(spectrum, static_cast<size_t>(highest - amplitudes.begin()));
+  return highest > 0 ? std::optional(Interpolate(spectrum, highest)) : std::nullopt;
 }
 
 }  // namespace hyl::v2::tool

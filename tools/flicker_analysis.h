@@ -30,6 +30,7 @@ FlickerLevels LevelsOf(std::span<const int32_t> samples);
 /// Amplitudes of the sine waves that the samples are made of.
 struct FlickerSpectrum {
   double bin_hz;                   ///< distance of two entries
+  double drift;                    ///< the linear drift that is left out, from end to end
   std::vector<double> amplitudes;  ///< from 0 Hz on, in units of a sample
 };
 
@@ -43,9 +44,10 @@ struct SpectrumPeak {
   double amplitude;  ///< 4 % too high at worst, half-way between two entries
 };
 
-/// The highest peak, its place interpolated by a parabola through the logarithms of three entries
-/// (J. O. Smith, "Spectral Audio Signal Processing", chapter "Quadratic interpolation of spectral
-/// peaks"). None where nothing stands out from the noise.
+/// The highest entry that is a peak: higher than the entries around it, and well above the noise.
+/// Its place is interpolated by a parabola through the logarithms of three entries (J. O. Smith,
+/// "Spectral Audio Signal Processing", chapter "Quadratic interpolation of spectral peaks"). None
+/// where there is no such entry.
 std::optional<SpectrumPeak> DominantPeak(const FlickerSpectrum& spectrum);
 
 }  // namespace hyl::v2::tool

@@ -22,7 +22,7 @@ namespace {
 
 constexpr uint32_t kUsualRateHz = 24000;  // where a sensor states none
 constexpr size_t kMaxWindow = 1U << 20U;  // bounds the memory for a sensor of any rate
-// Automatic gain may take this long to find its level; what comes before is not analysed.
+// Automatic gain may take this long to find its level; the analysis begins after it.
 constexpr double kSettlingTime = 0.1;      // s
 constexpr double kShortestStretch = 0.02;  // s; less tells nothing about flicker of the mains
 
@@ -33,7 +33,6 @@ struct FlickerOptions {
   size_t buffer = 4096;
   std::optional<double> seconds;
   double timeout = 5;
-  Format format = Format::kText;
   bool samples = false;
   std::string plot;
 };
@@ -51,7 +50,8 @@ class FlickerRun {
       reported_ = 0;
     }
     if (!settled_ && Seconds(recorder_.samples()) >= kSettlingTime) {
-      recorder_.ForgetStretches();
+      recorder_.ForgetSamples();
+      reported_ = 0;
       settled_ = true;
     }
     recorder_.Add(block.seq_num, block.restart, block.samples);
@@ -59,7 +59,7 @@ class FlickerRun {
       ++full_buffers_;
     }
     writer_.WriteBlock(block);
-    if (SecondsSinceReport() >= writer_.ReportSeconds()) {
+    if (settled_ && SecondsSinceReport() >= writer_.ReportSeconds()) {
       Report();
       recorder_.BeginPeriod();
     }
@@ -110,19 +110,20 @@ class FlickerRun {
 std::unique_ptr<FlickerWriter> MakeWriter(const Context& context, const FlickerOptions& options,
                                           const std::string& sensor) {
   if (options.samples) {
-    return MakeFlickerSampleWriter(context.out, options.format, sensor);
+    return MakeFlickerSampleWriter(context.out, context.format, sensor);
   }
   const Terminal terminal = TerminalOf(context.out.fd());
-  if (options.format == Format::kText && terminal.redraw && !context.verbose) {
+  if (context.format == Format::kText && terminal.redraw && !context.verbose) {
     return MakeFlickerPanel(context.out, terminal, sensor);
   }
-  return MakeFlickerReportWriter(context.out, options.format, sensor);
+  return MakeFlickerReportWriter(context.out, context.format, sensor);
 }
 
 RunLimits LimitsOf(const FlickerOptions& options) {
   RunLimits limits = {{}, std::chrono::duration<double>(options.timeout)};
   if (options.seconds) {
-    limits.run_time = std::chrono::duration<double>(*options.seconds);
+    const double settling = options.samples ? 0 : kSettlingTime;
+    limits.run_time = std::chrono::duration<double>(*options.seconds + settling);
   }
   return limits;
 }
@@ -145,7 +146,7 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
   std::vector<int> buffer(options.buffer);  // outlives the sensor's run and the client
   const std::vector<SettingWrite> writes = ParseAssignments(options.assignments);
   Client client;
-  WriteSettings(client.api(), writes);
+  WriteSettings(client.api(), writes, OpticalSensorType::kFlicker);
   RunningSensor sensor = RunningSensor::StartFlicker(client.api(), options.sensor, buffer,
                                                      static_cast<uint8_t>(options.bits));
   const auto writer = MakeWriter(context, options, sensor.name());
@@ -165,6 +166,9 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
 }
 
 std::string CheckPicture(const std::string& path) {
+  if (HasControls(path)) {
+    return "'" + path + "' has control characters";
+  }
   const std::string ending = path.size() > 4 ? path.substr(path.size() - 4) : "";
   return ending == ".svg" || ending == ".png" ? "" : "'" + path + "' does not end in .svg or .png";
 }
@@ -181,7 +185,6 @@ void AddFlickerOptions(CLI::App& app, FlickerOptions& options) {
   AddSetOption(app, options.assignments);
   AddSecondsOption(app, options.seconds);
   AddTimeoutOption(app, options.timeout);
-  AddFormatOption(app, options.format, Formats::kTextCsvJson);
   app.add_flag("--samples", options.samples, "print the samples instead of their analysis");
   app.add_option("--plot", options.plot, "draw the last second's waveform and spectrum at the end")
       ->type_name("FILE.svg|FILE.png")
@@ -194,8 +197,9 @@ Command AddFlickerCommand(CLI::App& app) {
   CLI::App* const flicker = app.add_subcommand("flicker", "measure how the light flickers");
   SetFooter(
       *flicker,
-      "A report a second: mean level, modulation (max - min) / (max + min), flicker index (area\n"
-      "above the mean / whole area), strongest frequency, and gaps in the sequence numbers.\n",
+      "A report for each second, after 0.1 s in which the gain settles: mean level,\n"
+      "modulation (max - min) / (max + min), flicker index (area above the mean / whole area),\n"
+      "strongest frequency, and gaps in the sequence numbers.\n",
       "hyl-spectral flicker flicker --seconds 2 --plot flicker.svg");
   const auto options = std::make_shared<FlickerOptions>();
   AddFlickerOptions(*flicker, *options);

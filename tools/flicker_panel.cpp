@@ -37,7 +37,8 @@ class Panel : public FlickerWriter {
   double ReportSeconds() const override { return 0.25; }
 
   void WriteReport(const FlickerReport& report) override {
-    columns_ = TerminalSizeOf(out_.fd()).columns;
+    const TerminalSize size = TerminalSizeOf(out_.fd());
+    columns_ = size.columns;
     const FlickerLevels& levels = report.levels;
     std::string lines = Cut(StringPrintf("%s   %u samples/s   %.2f s", title_.c_str(),
                                          report.sample_rate_hz, report.seconds));
@@ -52,7 +53,7 @@ class Panel : public FlickerWriter {
                               static_cast<unsigned long long>(report.gaps),
                               static_cast<unsigned long long>(report.lost_samples)));
     lines += Wave(report) + Cut("the line above shows 40 ms; Ctrl-C ends");
-    out_.Add(redraw_.Frame(lines));
+    out_.Add(redraw_.Frame(lines, size));
   }
 
  private:

@@ -70,8 +70,7 @@ std::string Title(const FlickerReport& report, const std::string& sensor) {
 std::string Layout(const PictureFile& file, const std::string& title) {
   const char* const terminal =
       file.is_svg() ? "svg size 1000,750 dynamic background 'white'" : "pngcairo size 1000,750";
-  return StringPrintf("set terminal %s noenhanced\nset output %s\n", terminal,
-                      GnuplotString(file.draft_path()).c_str()) +
+  return StringPrintf("set terminal %s noenhanced\n", terminal) +
          "set multiplot layout 2,1 title " + GnuplotString(title) + "\n" +
          "set grid\nunset key\nset lmargin 12\n";
 }
@@ -81,7 +80,7 @@ std::string Layout(const PictureFile& file, const std::string& title) {
 void FlickerPlot::Draw(const FlickerReport& report, const std::string& sensor) {
   const FlickerSpectrum spectrum = SpectrumOf(report.samples, report.sample_rate_hz);
   std::string script = WaveData(report) + SpectrumData(report, spectrum);
-  script += Layout(file_, Title(report, Printable(sensor)));
+  script += Layout(file_, Title(report, sensor));
   script +=
       "set xlabel 'time / ms'\nset ylabel 'level / % of full scale'\n"
       "set yrange [*<0:*]\nplot $wave with lines lc rgb '#1f5fa8'\n";
@@ -90,7 +89,7 @@ void FlickerPlot::Draw(const FlickerReport& report, const std::string& sensor) {
       "set logscale xy\nset format y '%g'\nset autoscale y\n";
   script += StringPrintf("set xrange [*:%u]\n", report.sample_rate_hz / 2);
   script += PeakMark(report, spectrum) + "plot $spectrum with lines lc rgb '#a83a1f'\n";
-  gnuplot_.Run(script + "unset multiplot\nunset output\n");
+  gnuplot_.Run(script + "unset multiplot\n");
   file_.Publish();
 }
 

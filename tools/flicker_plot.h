@@ -19,7 +19,7 @@ class FlickerPlot {
 
  private:
   PictureFile file_;
-  Gnuplot gnuplot_;
+  Gnuplot gnuplot_{file_.fd()};
 };
 
 }  // namespace hyl::v2::tool

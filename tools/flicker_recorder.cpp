@@ -13,13 +13,11 @@ std::span<const int32_t> Newest(const std::vector<int32_t>& samples, size_t coun
 }  // namespace
 
 void FlickerRecorder::Add(uint32_t seq_num, bool restart, std::span<const int32_t> samples) {
-  const bool first = samples_ == 0;
-  if (restart) {
-    unnumbered_ = false;
-  }
-  if (!first && (restart || !Continues(seq_num, samples.size()))) {
+  const bool continues = !next_seq_num_ || Continues(seq_num, samples.size());
+  if (!continues || (restart && levels_shifted_)) {
     BreakStretch();
   }
+  levels_shifted_ = !restart && (levels_shifted_ || !continues);
   current_.insert(current_.end(), samples.begin(), samples.end());
   if (current_.size() > 2 * window_) {
     current_.erase(current_.begin(), current_.end() - static_cast<std::ptrdiff_t>(window_));
@@ -32,13 +30,14 @@ std::span<const int32_t> FlickerRecorder::Stretch() const {
   return longest_.size() > current_.size() ? Newest(longest_, window_) : Newest(current_, window_);
 }
 
-void FlickerRecorder::ForgetStretches() {
+void FlickerRecorder::ForgetSamples() {
   current_.clear();
   longest_.clear();
+  samples_ = 0;
 }
 
 bool FlickerRecorder::Continues(uint32_t seq_num, size_t count) {
-  const auto step = static_cast<int32_t>(seq_num - next_seq_num_);  // the numbers wrap
+  const auto step = static_cast<int32_t>(seq_num - *next_seq_num_);  // the numbers wrap
   // Where samples vary in length, numbers after a loss are estimates, which move a little from
   // block to block. A lost block is a larger step.
   if (static_cast<size_t>(std::abs(int64_t{step})) <= count / 8) {

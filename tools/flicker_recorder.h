@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -14,18 +15,19 @@ class FlickerRecorder {
   explicit FlickerRecorder(size_t window) : window_(window) {}
 
   /// Takes the next block. `seq_num` is the sequence number of its first sample; `restart` tells
-  /// that the sensor's stream begins afresh.
+  /// that the decoder of compressed-1 has been reset. After a loss the levels of compressed-1 are
+  /// off by a constant until then, so that the reset ends the stretch in which the loss left them.
   void Add(uint32_t seq_num, bool restart, std::span<const int32_t> samples);
 
-  /// Drops the samples so far; the counts stay.
-  void ForgetStretches();
+  /// Drops the samples so far, and their count; what is known of gaps stays.
+  void ForgetSamples();
 
   /// The longest unbroken stretch, at most the window, that has been added to since the latest
   /// BeginPeriod.
   std::span<const int32_t> Stretch() const;
   void BeginPeriod() { longest_.clear(); }
 
-  /// Samples received so far.
+  /// Samples received since the latest ForgetSamples.
   uint64_t samples() const { return samples_; }
   /// Places where samples are missing.
   uint64_t gaps() const { return gaps_; }
@@ -45,8 +47,9 @@ class FlickerRecorder {
   uint64_t gaps_ = 0;
   uint64_t lost_samples_ = 0;
   uint64_t steps_back_ = 0;
-  uint32_t next_seq_num_ = 0;
-  bool unnumbered_ = false;  // the latest block had no number of its own
+  std::optional<uint32_t> next_seq_num_;  // none before the first block
+  bool unnumbered_ = false;               // the latest block had no number to rely on
+  bool levels_shifted_ = true;  // since the latest restart, samples may have been lost or repeated
 };
 
 }  // namespace hyl::v2::tool

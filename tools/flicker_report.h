@@ -11,7 +11,7 @@ namespace hyl::v2::tool {
 
 /// What is known of a flicker run at one moment.
 struct FlickerReport {
-  double seconds;  ///< of samples received since the start
+  double seconds;  ///< of samples received since the gain has settled
   uint32_t sample_rate_hz;
   std::span<const int32_t> samples;  ///< the stretch that the values below describe; not empty
   double full_scale;                 ///< of a sample

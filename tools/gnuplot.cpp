@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <fstream>
@@ -13,7 +15,10 @@
 #include <system_error>
 #include <utility>
 
+#include <android-base/stringprintf.h>
+
 #include "failure.h"
+#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -22,24 +27,38 @@ Failure DrawFailure(const std::string& reason) {
   return Failure(ExitCode::kOutput, "cannot draw the picture: " + reason);
 }
 
-/// A name beside `path` that starts with a dot, so that it is out of the way.
+Failure PlaceFailure(const std::string& path, int error) {
+  return DrawFailure("'" + path + "': " + std::generic_category().message(error) +
+                     "; choose another name or place");
+}
+
+/// A short name beside `path` that starts with a dot, so that it is out of the way.
 std::string DraftPath(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const size_t name = slash == std::string::npos ? 0 : slash + 1;
-  return path.substr(0, name) + "." + path.substr(name) + "." + std::to_string(getpid());
+  return path.substr(0, path.rfind('/') + 1) + ".hyl-spectral." + std::to_string(getpid());
+}
+
+/// Throws Failure where no file can be at `path` whose draft was made beside it: a folder is there,
+/// or the name is too long.
+void RequirePlaceForFile(const std::string& path) {
+  struct stat status = {};
+  const bool there = stat(path.c_str(), &status) == 0;
+  const int error = !there ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
+  if (error != 0 && error != ENOENT) {
+    throw PlaceFailure(path, error);
+  }
 }
 
 bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-/// What the child process starts with: its input from the pipe, and no output.
+/// What the child process starts with: its input from the pipe, and its output to the picture.
 class SpawnActions {
  public:
-  explicit SpawnActions(int input) {
+  SpawnActions(int input, int output) {
     posix_spawn_file_actions_init(&actions_);
     posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO);
-    posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions_, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   }
   SpawnActions(const SpawnActions&) = delete;
@@ -55,11 +74,10 @@ class SpawnActions {
 }  // namespace
 
 PictureFile::PictureFile(std::string path) : path_(std::move(path)), draft_path_(DraftPath(path_)) {
-  const FileDescriptor file(
-      open(draft_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (file.get() < 0) {
-    throw DrawFailure("'" + path_ + "': " + std::generic_category().message(errno) +
-                      "; choose another place");
+  RequirePlaceForFile(path_);
+  draft_ = FileDescriptor(open(draft_path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (draft_.get() < 0) {
+    throw PlaceFailure(path_, errno);
   }
 }
 
@@ -78,8 +96,7 @@ void PictureFile::Publish() {
     throw DrawFailure("gnuplot left it incomplete; make room for '" + path_ + "', then try again");
   }
   if (std::rename(draft_path_.c_str(), path_.c_str()) != 0) {
-    throw DrawFailure("'" + path_ + "': " + std::generic_category().message(errno) +
-                      "; choose another place");
+    throw PlaceFailure(path_, errno);
   }
   draft_path_.clear();
 }
@@ -91,7 +108,7 @@ bool PictureFile::IsWhole() const {
   return EndsWith(content, is_svg() ? "</svg>" : "IEND\xAE\x42\x60\x82");
 }
 
-Gnuplot::Gnuplot() {
+Gnuplot::Gnuplot(int output) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     throw DrawFailure("no pipe to be had; close some files, then try again");
@@ -101,7 +118,7 @@ Gnuplot::Gnuplot() {
   // The child inherits the blocked signals: Ctrl-C does not tear a picture that is being drawn.
   std::string name = "gnuplot";
   char* const arguments[] = {name.data(), nullptr};
-  const SpawnActions actions(child_end.get());
+  const SpawnActions actions(child_end.get(), output);
   if (posix_spawnp(&process_, name.c_str(), actions.get(), nullptr, arguments, environ) != 0) {
     process_ = -1;
     throw DrawFailure("gnuplot does not start; install it, or leave --plot out");
@@ -137,11 +154,14 @@ int Gnuplot::Wait() {
 }
 
 std::string GnuplotString(const std::string& text) {
-  std::string quoted = "'";
-  for (const char character : text) {
-    quoted += character == '\'' ? "''" : std::string(1, character);
+  // Within double quotes, where only what is escaped has no meaning.
+  std::string quoted = "\"";
+  for (const char character : Printable(text)) {
+    const auto byte = static_cast<unsigned char>(character);
+    quoted += std::isalnum(byte) != 0 ? std::string(1, character)
+                                      : android::base::StringPrintf("\\%03o", unsigned{byte});
   }
-  return quoted + "'";
+  return quoted + "\"";
 }
 
 }  // namespace hyl::v2::tool

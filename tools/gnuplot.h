@@ -19,8 +19,8 @@ class PictureFile {
   /// Removes what is not complete.
   ~PictureFile();
 
-  /// Where to draw.
-  const std::string& draft_path() const { return draft_path_; }
+  /// Where to draw. The name of the file is never handed on.
+  int fd() const { return draft_.get(); }
   bool is_svg() const;
 
   /// Gives the picture its name. Throws Failure when it is not whole.
@@ -31,13 +31,14 @@ class PictureFile {
 
   const std::string path_;
   std::string draft_path_;  // empty once published
+  FileDescriptor draft_;
 };
 
 /// A gnuplot process that draws what it is told.
 class Gnuplot {
  public:
-  /// Starts the process. Throws Failure when there is none.
-  Gnuplot();
+  /// Starts the process, whose pictures go to `output`. Throws Failure when there is none.
+  explicit Gnuplot(int output);
   Gnuplot(const Gnuplot&) = delete;
   Gnuplot& operator=(const Gnuplot&) = delete;
   ~Gnuplot();
@@ -52,7 +53,7 @@ class Gnuplot {
   pid_t process_ = -1;  // -1 once it has ended
 };
 
-/// `text` as a string of gnuplot's.
+/// `text` as a string of gnuplot's, which cannot be read as anything else.
 std::string GnuplotString(const std::string& text);
 
 }  // namespace hyl::v2::tool

@@ -1,4 +1,3 @@
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,8 @@ std::string JsonList(const std::vector<Sensor>& sensors) {
   return text + "]}\n";
 }
 
-void RunList(const Context& context, Format format) {
+void RunList(const Context& context) {
+  RefuseCsv(context);
   Client client;
   std::vector<Sensor> sensors = SensorsOf(client.api(), OpticalSensorType::kAmbientLight);
   for (Sensor& sensor : SensorsOf(client.api(), OpticalSensorType::kFlicker)) {
@@ -46,7 +46,7 @@ void RunList(const Context& context, Format format) {
                   "the sensor framework shows no optical sensor; check that its service runs, then "
                   "try again (-v shows the log)");
   }
-  context.out.Add(format == Format::kJson ? JsonList(sensors) : TextList(sensors));
+  context.out.Add(context.format == Format::kJson ? JsonList(sensors) : TextList(sensors));
   context.out.Flush();
 }
 
@@ -55,9 +55,7 @@ void RunList(const Context& context, Format format) {
 Command AddListCommand(CLI::App& app) {
   CLI::App* const list = app.add_subcommand("list", "show the optical sensors");
   SetFooter(*list, "", "hyl-spectral list --format json");
-  const auto format = std::make_shared<Format>(Format::kText);
-  AddFormatOption(*list, *format, Formats::kTextJson);
-  return {list, [format](const Context& context) { RunList(context, *format); }};
+  return {list, RunList};
 }
 
 }  // namespace hyl::v2::tool

@@ -21,8 +21,7 @@ std::string RangeText(double least, double most) {
 }  // namespace
 
 void AddSensorArgument(CLI::App& app, std::string& name) {
-  app.add_option("SENSOR", name, "the sensor's name, or the beginning of it")
-      ->required()
+  app.add_option("SENSOR", name, "its name, or the beginning of it; the first listed unless given")
       ->check(NonEmpty());
 }
 
@@ -48,14 +47,13 @@ void AddSetOption(CLI::App& app, std::vector<std::string>& assignments) {
       ->allow_extra_args(false);
 }
 
-void AddFormatOption(CLI::App& app, Format& format, Formats allowed) {
+void AddFormatOption(CLI::App& app, Format& format) {
   static constexpr Choice kFormats[] = {{"text", static_cast<int>(Format::kText)},
                                         {"json", static_cast<int>(Format::kJson)},
                                         {"csv", static_cast<int>(Format::kCsv)}};
-  const auto choices = std::span(kFormats).first(allowed == Formats::kTextCsvJson ? 3 : 2);
-  app.add_option("--format", format, "how to print; text unless given")
-      ->type_name(JoinNames(choices, "|"))
-      ->transform(OneOf(choices));
+  app.add_option("--format", format, "how to print; text unless given; csv for samples alone")
+      ->type_name(JoinNames(kFormats, "|"))
+      ->transform(OneOf(kFormats));
 }
 
 CLI::Validator NumberWithin(double least, double most) {

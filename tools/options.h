@@ -12,7 +12,7 @@
 
 namespace hyl::v2::tool {
 
-/// Adds the sensor's name as the command's first argument.
+/// Adds the sensor's name as the command's first argument, which may be left out.
 void AddSensorArgument(CLI::App& app, std::string& name);
 
 /// Adds --seconds.
@@ -27,10 +27,8 @@ void SetFooter(CLI::App& app, const std::string& details, const char* example);
 /// Adds --set, for settings that are written before the sensor starts.
 void AddSetOption(CLI::App& app, std::vector<std::string>& assignments);
 
-enum class Formats { kTextJson, kTextCsvJson };
-
 /// Adds --format.
-void AddFormatOption(CLI::App& app, Format& format, Formats allowed);
+void AddFormatOption(CLI::App& app, Format& format);
 
 /// Accepts a number from `least` to `most`.
 CLI::Validator NumberWithin(double least, double most);

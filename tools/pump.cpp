@@ -7,7 +7,6 @@
 #include <iterator>
 
 #include "failure.h"
-#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -84,7 +83,7 @@ void FinishRun(RunEnd end, const std::string& sensor, uint64_t dropped) {
   }
   if (end == RunEnd::kSilent) {
     throw Failure(ExitCode::kLost,
-                  "'" + Printable(sensor) +
+                  "'" + sensor +
                       "' has sent nothing for too long; check that the sensor framework still "
                       "runs, or allow more with --timeout");
   }

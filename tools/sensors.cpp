@@ -4,13 +4,12 @@
 
 #include "failure.h"
 #include "result_text.h"
-#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
 
 std::string Quoted(const std::string& name) {
-  return "'" + Printable(name) + "'";
+  return "'" + name + "'";
 }
 
 Failure NoSensors(OpticalSensorType type) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cmath>
 #include <cstdlib>
 
@@ -34,9 +35,13 @@ const char* RangeOf(ArgumentKind kind) {
   return "a number";
 }
 
+bool IsHexadecimal(const std::string& word) {
+  return word.starts_with("0x") || word.starts_with("0X");
+}
+
 /// A decimal or, after "0x", a hexadecimal number.
 bool ParseWhole(const std::string& word, unsigned long long most, double& number) {
-  const bool hexadecimal = word.starts_with("0x") || word.starts_with("0X");
+  const bool hexadecimal = IsHexadecimal(word);
   const std::string digits = hexadecimal ? word.substr(2) : word;
   const char* const allowed = hexadecimal ? "0123456789abcdefABCDEF" : "0123456789";
   if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) {
@@ -78,22 +83,17 @@ std::string NameWithArguments(const Setting& setting, const SettingAccess& acces
   return text;
 }
 
-std::vector<std::string> Split(const std::string& text, char separator) {
-  std::vector<std::string> words(1);
-  for (const char character : text) {
-    if (character == separator) {
-      words.emplace_back();
-    } else {
-      words.back() += character;
-    }
-  }
-  return words;
+std::string CountText(size_t values) {
+  return values == 0 ? "no value" : std::to_string(values) + (values == 1 ? " value" : " values");
 }
 
 /// How a value is shown in text and in JSON.
 struct PlainText {
+  Base base;
   std::string operator()(bool value) const { return value ? "on" : "off"; }
-  std::string operator()(uint64_t value) const { return std::to_string(value); }
+  std::string operator()(uint64_t value) const {
+    return base == Base::kDecimal ? std::to_string(value) : StringPrintf("0x%02" PRIX64, value);
+  }
   std::string operator()(float value) const { return NumberText(value); }
   std::string operator()(const std::string& value) const { return value; }
 };
@@ -120,12 +120,24 @@ SettingValue ValueOf(const SettingArgument& argument, double number, bool only) 
 
 }  // namespace
 
+std::vector<std::string> Split(const std::string& text, char separator) {
+  std::vector<std::string> words(1);
+  for (const char character : text) {
+    if (character == separator) {
+      words.emplace_back();
+    } else {
+      words.back() += character;
+    }
+  }
+  return words;
+}
+
 const Setting& FindSetting(const std::string& name) {
   const auto settings = AllSettings();
   const auto found = std::find_if(settings.begin(), settings.end(),
                                   [&](const Setting& setting) { return name == setting.name; });
   if (found == settings.end()) {
-    throw UsageFailure("there is no setting '" + Printable(name) +
+    throw UsageFailure("there is no setting '" + name +
                        "'; 'hyl-spectral get --help' and 'hyl-spectral set --help' list them");
   }
   return *found;
@@ -136,13 +148,13 @@ SettingNumbers ParseArguments(const Setting& setting, const SettingAccess& acces
   if (words.size() != access.arguments.size()) {
     throw UsageFailure("'" + std::string(setting.name) + "' has the form '" +
                        NameWithArguments(setting, access) + "'; give " +
-                       std::to_string(access.arguments.size()) + " values");
+                       CountText(access.arguments.size()));
   }
   SettingNumbers numbers(words.size());
   for (size_t i = 0; i < words.size(); ++i) {
     const SettingArgument& argument = access.arguments[i];
     if (!ParseWord(words[i], argument.kind, numbers[i])) {
-      throw UsageFailure("'" + Printable(words[i]) + "' is no value for " + argument.name + " of " +
+      throw UsageFailure("'" + words[i] + "' is no value for " + argument.name + " of " +
                          setting.name + "; give " + RangeOf(argument.kind));
     }
   }
@@ -159,7 +171,7 @@ void RequireAccess(const Setting& setting, const SettingAccess& access) {
 static SettingWrite ParseAssignment(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    throw UsageFailure("'" + Printable(text) + "' has no '='; write it as NAME=VALUE[,VALUE]");
+    throw UsageFailure("'" + text + "' has no '='; write it as NAME=VALUE[,VALUE]");
   }
   const Setting& setting = FindSetting(text.substr(0, equals));
   RequireAccess(setting, setting.write);
@@ -184,11 +196,18 @@ std::vector<SettingValue> WrittenValues(const SettingWrite& write) {
   return values;
 }
 
-std::string TextOfValues(const std::string& setting, const std::vector<SettingValue>& values) {
+Base BaseOf(const std::vector<std::string>& words) {
+  return std::any_of(words.begin(), words.end(), IsHexadecimal) ? Base::kHexadecimal
+                                                                : Base::kDecimal;
+}
+
+std::string TextOfValues(const std::string& setting, const std::vector<SettingValue>& values,
+                         Base base) {
   std::string text;
   for (const SettingValue& value : values) {
     const std::string name = setting + (*value.name == '\0' ? "" : ".") + value.name;
-    text += StringPrintf("%-30s %s\n", name.c_str(), std::visit(PlainText{}, value.value).c_str());
+    text +=
+        StringPrintf("%-30s %s\n", name.c_str(), std::visit(PlainText{base}, value.value).c_str());
   }
   return text;
 }

@@ -14,6 +14,9 @@ const Setting& FindSetting(const std::string& name);
 /// its own.
 void RequireAccess(const Setting& setting, const SettingAccess& access);
 
+/// The words of `text`, which are parted by `separator`.
+std::vector<std::string> Split(const std::string& text, char separator);
+
 /// The numbers that `words` stand for, one for each argument of `access`. Throws Failure when they
 /// do not fit.
 SettingNumbers ParseArguments(const Setting& setting, const SettingAccess& access,
@@ -25,8 +28,15 @@ std::vector<SettingWrite> ParseAssignments(const std::vector<std::string>& texts
 /// The values that a write hands on, for a setting that hands none back.
 std::vector<SettingValue> WrittenValues(const SettingWrite& write);
 
+/// How whole numbers are shown.
+enum class Base { kDecimal, kHexadecimal };
+
+/// Hexadecimal where one of `words` is.
+Base BaseOf(const std::vector<std::string>& words);
+
 /// One line a value; the name of a part follows the setting's name.
-std::string TextOfValues(const std::string& setting, const std::vector<SettingValue>& values);
+std::string TextOfValues(const std::string& setting, const std::vector<SettingValue>& values,
+                         Base base);
 /// A value, or an object with a member a part.
 std::string JsonOfValues(const std::vector<SettingValue>& values);
 

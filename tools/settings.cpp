@@ -4,6 +4,7 @@
 
 #include <cinttypes>
 
+#include "context.h"
 #include "result_text.h"
 
 namespace hyl::v2::tool {
@@ -184,6 +185,31 @@ std::vector<Setting> MakeSettings() {
   return settings;
 }
 
+/// Only writes of one number, or of a number after a selector, are answered with what was applied.
+void NoteOtherValue(const SettingWrite& write, const SettingAnswer& answer) {
+  for (const SettingValue& value : answer.values) {
+    const float* const real = std::get_if<float>(&value.value);
+    const double applied = real != nullptr ? static_cast<double>(*real)
+                                           : static_cast<double>(std::get<uint64_t>(value.value));
+    const double asked = write.numbers.back();
+    if (applied != asked) {
+      PrintNotice(android::base::StringPrintf("%s is %.9g, not %.9g as asked for",
+                                              write.setting->name, applied, asked));
+    }
+  }
+}
+
+void NoteAutomaticGain(Api& api, OpticalSensorType type) {
+  const bool flicker = type == OpticalSensorType::kFlicker;
+  bool automatic = false;
+  const HylErr result = flicker ? api.GetFlickerAutoGainEnabled(kNoName, &automatic)
+                                : api.GetSpectralAutoGainEnabled(kNoName, &automatic);
+  if (result == HylErr::kOk && automatic) {
+    PrintNotice(std::string("automatic gain is on and overrides the gain; add --set ") +
+                (flicker ? "flicker" : "spectral") + "-auto-gain=off");
+  }
+}
+
 }  // namespace
 
 SettingAnswer ReadSetting(HylSpectralApi& api, const Setting& setting,
@@ -199,9 +225,15 @@ SettingAnswer WriteSetting(HylSpectralApi& api, const SettingWrite& write) {
   return answer;
 }
 
-void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes) {
+void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes,
+                   OpticalSensorType type) {
+  bool gain_written = false;
   for (const SettingWrite& write : writes) {
-    WriteSetting(api, write);
+    NoteOtherValue(write, WriteSetting(api, write));
+    gain_written = gain_written || write.setting->write.run == WriteGain;
+  }
+  if (gain_written) {
+    NoteAutomaticGain(api, type);
   }
 }
 

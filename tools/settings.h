@@ -59,8 +59,11 @@ SettingAnswer ReadSetting(HylSpectralApi& api, const Setting& setting,
 /// Writes a setting; the answer has the values that are in force now, where the library waits for
 /// them, and none else. Throws Failure when that fails.
 SettingAnswer WriteSetting(HylSpectralApi& api, const SettingWrite& write);
-/// Writes settings, in order. Throws Failure at the first that fails.
-void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes);
+/// Writes settings, in order, for a sensor of the given type that is to run next. Tells the user
+/// where another value was applied than was asked for, and where automatic gain overrides a gain.
+/// Throws Failure at the first write that fails.
+void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes,
+                   OpticalSensorType type);
 
 /// All settings of the interface.
 std::span<const Setting> AllSettings();

@@ -18,7 +18,6 @@ struct SettingOptions {
   std::string name;
   std::vector<std::string> words;
   bool all = false;
-  Format format = Format::kText;
 };
 
 /// A setting with the arguments to read it by.
@@ -53,21 +52,23 @@ std::vector<SettingRead> ReadsOf(const SettingOptions& options) {
 }
 
 void RunGet(const Context& context, const SettingOptions& options) {
+  RefuseCsv(context);
   const std::vector<SettingRead> reads = ReadsOf(options);
   Client client;
   std::string text;
   std::string json;
   for (const auto& [setting, numbers] : reads) {
     const SettingAnswer answer = ReadSetting(client.api(), *setting, numbers);
-    text += TextOfValues(setting->name, answer.values);
+    text += TextOfValues(setting->name, answer.values, BaseOf(options.words));
     json +=
         (json.empty() ? "" : ",") + JsonString(setting->name) + ":" + JsonOfValues(answer.values);
   }
-  context.out.Add(options.format == Format::kJson ? "{" + json + "}\n" : text);
+  context.out.Add(context.format == Format::kJson ? "{" + json + "}\n" : text);
   context.out.Flush();
 }
 
 void RunSet(const Context& context, const SettingOptions& options) {
+  RefuseCsv(context);
   const Setting& setting = FindSetting(options.name);
   RequireAccess(setting, setting.write);
   const SettingWrite write = {&setting, ParseArguments(setting, setting.write, options.words)};
@@ -76,11 +77,12 @@ void RunSet(const Context& context, const SettingOptions& options) {
   const bool applied = !answer.values.empty();
   const std::vector<SettingValue> values = applied ? answer.values : WrittenValues(write);
   const std::string state = applied ? "applied" : "sent";
-  context.out.Add(options.format == Format::kJson
+  context.out.Add(context.format == Format::kJson
                       ? "{\"setting\":" + JsonString(setting.name) + ",\"" + state +
                             "\":" + JsonOfValues(values) + "}\n"
-                      : TextOfValues(state + " " + setting.name, values));
+                      : TextOfValues(state + " " + setting.name, values, BaseOf(options.words)));
   context.out.Flush();
+  NoteSimulatedLifetime();
 }
 
 }  // namespace
@@ -91,7 +93,6 @@ Command AddGetCommand(CLI::App& app) {
   get->add_option("SETTING", options->name, "one of the settings below");
   get->add_option("ADDRESS", options->words, "the address, for a register; 0x for hexadecimal");
   get->add_flag("--all", options->all, "read all that need no address");
-  AddFormatOption(*get, options->format, Formats::kTextJson);
   SetFooter(*get, SettingsHelp(&Setting::read) + "Numbers are in the device's units.\n",
             "hyl-spectral get --all");
   return {get, [options](const Context& context) { RunGet(context, *options); }};
@@ -102,7 +103,6 @@ Command AddSetCommand(CLI::App& app) {
   const auto options = std::make_shared<SettingOptions>();
   set->add_option("SETTING", options->name, "one of the settings below")->required();
   set->add_option("VALUE", options->words, "its values; 0x for hexadecimal")->required();
-  AddFormatOption(*set, options->format, Formats::kTextJson);
   SetFooter(*set,
             SettingsHelp(&Setting::write) +
                 "A, B, ADDRESS, VALUE and LEVEL are 0 to 255, TIME and PERIOD 0 to 4294967295,\n"

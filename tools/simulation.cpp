@@ -8,6 +8,7 @@
 #include <hyl/host/hub_settings.h>
 #include <hyl/host/simulated_hub.h>
 
+#include "context.h"
 #include "options.h"
 
 namespace hyl::v2::tool {
@@ -66,6 +67,12 @@ std::string SimulatedRangesHelp() {
              "  flicker-pedestal in 1/256 of full scale\n",
              host::kGainOfSpectral, host::kGainOfFlicker, host::kMinGain, host::kMaxGain,
              host::kMaxFlickerChannel);
+}
+
+void NoteSimulatedLifetime() {
+  PrintNotice(
+      "the simulated sensors lose this setting now, as the command ends; --set of stream and "
+      "flicker sets it for a run");
 }
 
 }  // namespace hyl::v2::tool

@@ -16,12 +16,16 @@ void AddSceneOptions(CLI::App& app);
 /// The units and ranges that the simulated sensors give to the settings.
 std::string SimulatedRangesHelp();
 
+/// Tells the user that the simulated sensors' settings end with the process.
+void NoteSimulatedLifetime();
+
 #else
 
 inline void AddSceneOptions(CLI::App&) {}
 inline std::string SimulatedRangesHelp() {
   return {};
 }
+inline void NoteSimulatedLifetime() {}
 
 #endif
 

@@ -23,20 +23,18 @@ struct StreamOptions {
   std::optional<uint64_t> count;
   std::optional<double> seconds;
   double timeout = 5;
-  Format format = Format::kText;
 };
 
 constexpr Choice kModes[] = {{"continuous", static_cast<int>(SensorReportingMode::kContinuous)},
                              {"on-change", static_cast<int>(SensorReportingMode::kOnChange)}};
 
-std::unique_ptr<SampleWriter> MakeWriter(const Context& context, Format format,
-                                         const std::string& sensor) {
+std::unique_ptr<SampleWriter> MakeWriter(const Context& context, const std::string& sensor) {
   const Terminal terminal = TerminalOf(context.out.fd());
   // A log on the same screen would fall between the lines that are drawn anew.
-  if (format == Format::kText && terminal.redraw && !context.verbose) {
+  if (context.format == Format::kText && terminal.redraw && !context.verbose) {
     return std::make_unique<BarView>(context.out, terminal, Printable(sensor));
   }
-  return MakeLineWriter(context.out, format, sensor);
+  return MakeLineWriter(context.out, context.format, sensor);
 }
 
 RunLimits LimitsOf(const StreamOptions& options) {
@@ -53,10 +51,10 @@ RunLimits LimitsOf(const StreamOptions& options) {
 void RunStream(const Context& context, const StreamOptions& options) {
   const std::vector<SettingWrite> writes = ParseAssignments(options.assignments);
   Client client;
-  WriteSettings(client.api(), writes);
+  WriteSettings(client.api(), writes, OpticalSensorType::kAmbientLight);
   RunningSensor sensor =
       RunningSensor::StartAmbientLight(client.api(), options.sensor, options.mode);
-  const auto writer = MakeWriter(context, options.format, sensor.name());
+  const auto writer = MakeWriter(context, sensor.name());
   uint64_t left = options.count.value_or(0);
   const RunEnd end = Pump(context, client.spectral_samples(), LimitsOf(options),
                           [&](const SpectralSample& sample) {
@@ -89,7 +87,6 @@ Command AddStreamCommand(CLI::App& app) {
   AddSetOption(*stream, options->assignments);
   AddSecondsOption(*stream, options->seconds);
   AddTimeoutOption(*stream, options->timeout);
-  AddFormatOption(*stream, options->format, Formats::kTextCsvJson);
   return {stream, [options](const Context& context) { RunStream(context, *options); }};
 }
 

@@ -23,7 +23,11 @@ std::string JsonNumber(double value);
 /// `text`, which is UTF-8, as a JSON string with its quotes.
 std::string JsonString(std::string_view text);
 
-/// `text` as it may be shown on a terminal: control characters become '?'.
+/// Whether `text` has control characters of ASCII, among which is the end of a line.
+bool HasControls(std::string_view text);
+
+/// `text`, which should be UTF-8, as it may be shown on a terminal: control characters and stray
+/// bytes become '?'.
 std::string Printable(std::string_view text);
 
 }  // namespace hyl::v2::tool

@@ -83,7 +83,7 @@ void ClearPendingSignals() {
 int RunWith(const std::string& arguments) {
   std::vector<std::string> words = {"hyl-spectral"};
   std::istringstream split(arguments);
-  for (std::string word; split >> word;) {
+  for (std::string word; std::getline(split, word, ' ');) {
     words.push_back(word);
   }
   std::vector<char*> argv(words.size());
@@ -125,11 +125,11 @@ Pipe::Pipe() {
   writer = FileDescriptor(ends[1]);
 }
 
-TestTerminal::TestTerminal() {
+TestTerminal::TestTerminal(unsigned short rows) {
   int master = -1;
   int slave = -1;
   winsize size = {};
-  size.ws_row = 24;
+  size.ws_row = rows;
   size.ws_col = 80;
   RequireCall(openpty(&master, &slave, nullptr, nullptr, &size) == 0, "openpty");
   reader = FileDescriptor(master);

@@ -15,7 +15,8 @@ struct RunResult {
   std::string err;
 };
 
-/// Runs the tool in this process. `arguments` is the command line without the program's name.
+/// Runs the tool in this process. `arguments` is the command line without the program's name, its
+/// words parted by single blanks.
 RunResult RunCaptured(const std::string& arguments);
 
 /// The same with another standard output.
@@ -33,7 +34,7 @@ struct Pipe {
 
 /// A terminal, and the end from which a test reads what is shown on it.
 struct TestTerminal {
-  TestTerminal();
+  explicit TestTerminal(unsigned short rows);
   FileDescriptor screen;
   FileDescriptor reader;
 };

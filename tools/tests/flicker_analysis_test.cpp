@@ -20,6 +20,7 @@ struct Wave {
   double noise = 0;  // standard deviation
   double drift_per_s = 0;
   size_t count = 24000;
+  double phase = 1;
 };
 
 std::vector<int32_t> Samples(const Wave& wave) {
@@ -29,8 +30,9 @@ std::vector<int32_t> Samples(const Wave& wave) {
   std::vector<int32_t> samples;
   for (size_t i = 0; i < wave.count; ++i) {
     const double time = static_cast<double>(i) / kRateHz;
-    const double value = wave.mean + wave.drift_per_s * time + wave.noise * noise(generator) +
-                         wave.amplitude * std::sin(2 * std::numbers::pi * wave.hz * time + 1);
+    const double value =
+        wave.mean + wave.drift_per_s * time + wave.noise * noise(generator) +
+        wave.amplitude * std::sin(2 * std::numbers::pi * wave.hz * time + wave.phase);
     samples.push_back(static_cast<int32_t>(std::lround(value)));
   }
   return samples;
@@ -78,6 +80,16 @@ TEST(DominantPeakTest, IsNotFoundWhereNothingStandsOut) {
   EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 50}));
   EXPECT_FALSE(PeakOf({.mean = 8000}));
   EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 1, .drift_per_s = 3000}));
+}
+
+TEST(DominantPeakTest, IsNotFoundInTooSlowWaves) {
+  for (const double hz : {0.5, 2.0, 4.4, 5.8, 8.0, 10.0, 12.0, 14.0, 15.0, 16.0, 20.0}) {
+    for (const double phase : {0.0, 0.7, 1.6, 2.5}) {
+      const auto peak =
+          PeakOf({.mean = 8000, .amplitude = 2000, .hz = hz, .count = 2400, .phase = phase});
+      EXPECT_FALSE(peak) << hz << " Hz, as " << peak->hz << " Hz";
+    }
+  }
 }
 
 TEST(DominantPeakTest, IsNotFoundInTooShortStretches) {

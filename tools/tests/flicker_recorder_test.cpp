@@ -98,22 +98,32 @@ TEST_F(FlickerRecorderTest, JoinsBlocksWithoutNumbers) {
   EXPECT_THAT(recorder_.Stretch(), SizeIs(960));
 }
 
-TEST_F(FlickerRecorderTest, BeginsAgainOnRestart) {
-  Add(5000);
+TEST_F(FlickerRecorderTest, GoesOnAcrossARestart) {
   Add(0, kBlock, true);
-  EXPECT_EQ(recorder_.gaps(), 0U);
-  EXPECT_EQ(recorder_.steps_back(), 0U);
-  EXPECT_THAT(recorder_.Stretch(), SizeIs(240));
+  Add(240);
+  Add(480, kBlock, true);
+  EXPECT_THAT(recorder_.Stretch(), testing::ElementsAreArray(Numbered(0, 720)));
+}
+
+TEST_F(FlickerRecorderTest, LeavesOutLevelsThatALossShifted) {
+  Add(0, kBlock, true);
+  Add(480);                // after a gap
+  Add(720, kBlock, true);  // whose levels do not follow on
+  Add(960);
+  Add(1200);
+  EXPECT_EQ(recorder_.gaps(), 1U);
+  EXPECT_THAT(recorder_.Stretch(), testing::ElementsAreArray(Numbered(720, 720)));
 }
 
 TEST_F(FlickerRecorderTest, ForgetsSamplesAndKeepsCounts) {
   Add(0);
   Add(480);
-  recorder_.ForgetStretches();
+  recorder_.ForgetSamples();
   EXPECT_THAT(recorder_.Stretch(), SizeIs(0));
-  EXPECT_EQ(recorder_.samples(), 480U);
+  EXPECT_EQ(recorder_.samples(), 0U);
   EXPECT_EQ(recorder_.gaps(), 1U);
   Add(720, 2);
+  EXPECT_EQ(recorder_.gaps(), 1U);
   EXPECT_THAT(recorder_.Stretch(), ElementsAre(720, 721));
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <memory>
@@ -34,20 +35,33 @@ size_t Lines(const std::string& text) {
   return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-MATCHER(IsOneLine, "is one whole line") {
-  return Lines(arg) == 1 && arg.back() == '\n';
+MATCHER(IsOneLine, "is one whole line that can be shown") {
+  const auto is_control = [](unsigned char byte) { return byte < 0x20 || byte == 0x7F; };
+  return arg.ends_with('\n') && std::count_if(arg.begin(), arg.end(), is_control) == 1;
 }
 
 /// Starts less stops that the framework has accepted. The framework ends what runs when an instance
 /// goes, so that its own list would not show a stop that was forgotten.
 std::atomic<int> running_sensors = 0;
 
+/// What the counting framework calls the flicker sensor, unless it is empty.
+std::string flicker_sensor_name;
+
 /// Counts what passes to another framework.
 class CountingFramework : public Api {
  public:
   explicit CountingFramework(std::unique_ptr<Api> framework) : framework_(std::move(framework)) {}
 
-  std::vector<SensorListEntry> GetSensorList() override { return framework_->GetSensorList(); }
+  std::vector<SensorListEntry> GetSensorList() override {
+    std::vector<SensorListEntry> list = framework_->GetSensorList();
+    for (SensorListEntry& entry : list) {
+      if (entry.handle >> 16U == 269 && !flicker_sensor_name.empty()) {
+        std::fill_n(entry.name, sizeof entry.name, '\0');
+        flicker_sensor_name.copy(entry.name, sizeof entry.name - 1);
+      }
+    }
+    return list;
+  }
   HylErr InvokeAsyncServiceCall(uint32_t handle, uint32_t type, const Request& request,
                                 std::shared_ptr<Service::AsyncCallbacks> callbacks) override {
     const HylErr result =
@@ -98,6 +112,7 @@ class ToolTest : public testing::Test {
   ToolTest() {
     host::SimulatedHub::Instance().Reset();
     running_sensors = 0;
+    flicker_sensor_name.clear();
     UseCountedHub();
   }
 };
@@ -150,7 +165,8 @@ INSTANTIATE_TEST_SUITE_P(
     Usage, FaultTest,
     testing::Values(FaultCase{"NoCommand", "", 2, "--help"},
                     FaultCase{"UnknownCommand", "lits", 2, "'lits'"},
-                    FaultCase{"NoSensor", "stream", 2, "SENSOR is required"},
+                    FaultCase{"ControlCharacters", "list \033[31mX\n\302\233", 2, "?[31mX???"},
+                    FaultCase{"EmptySensor", "stream  --count 1", 2, "must not be empty"},
                     FaultCase{"TwoSensors", "stream rear front", 2, "front"},
                     FaultCase{"UnknownOption", "stream rear --colour", 2, "--colour"},
                     FaultCase{"UnknownFormat", "stream rear --format xml", 2, "text, json, csv"},
@@ -160,17 +176,20 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"NegativeTime", "stream rear --seconds -1", 2, "--seconds"},
                     FaultCase{"NoNumber", "stream rear --seconds nan", 2, "--seconds"},
                     FaultCase{"EndlessTime", "stream rear --seconds inf", 2, "--seconds"},
+                    FaultCase{"NoCsv", "list --format csv", 2, "text or json"},
                     FaultCase{"NoBits", "flicker flicker --bits 0", 2, "--bits"},
                     FaultCase{"TooManyBits", "flicker flicker --bits 33", 2, "--bits"},
                     FaultCase{"HugeBuffer", "flicker flicker --buffer 99999999999", 2, "--buffer"},
                     FaultCase{"UnknownPicture", "flicker flicker --plot flicker.gif", 2,
                               ".svg or .png"},
+                    FaultCase{"PictureWithALineFeed", "flicker --plot a\nb.svg", 2, "control"},
                     FaultCase{"UnknownScene", "--scene moon list", 2, "fluorescent"},
                     FaultCase{"UnknownSetting", "get colour", 2, "'colour'"},
                     FaultCase{"NoSetting", "get", 2, "--all"},
                     FaultCase{"SettingAndAll", "get register 1 --all", 2, "--all"},
                     FaultCase{"UnreadableSetting", "get torch", 2, "use set"},
                     FaultCase{"UnwritableSetting", "set device-uid 1", 2, "use get"},
+                    FaultCase{"NoValue", "get register", 2, "give 1 value\n"},
                     FaultCase{"TooFewValues", "set gain 1", 2, "gain A GAIN"},
                     FaultCase{"ValueTooLarge", "set register 1 256", 2, "0 to 255"},
                     FaultCase{"BadAssignment", "stream rear --set gain", 2, "NAME=VALUE"},
@@ -179,13 +198,13 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(
     Others, FaultTest,
-    testing::Values(FaultCase{"UnknownLightSensor", "stream moon", 3, "'rear ambient light'"},
-                    FaultCase{"FlickerIsNoLightSensor", "stream flicker", 3,
-                              "'front ambient light'"},
-                    FaultCase{"UnknownFlickerSensor", "flicker moon", 3, "'flicker'"},
-                    FaultCase{"RefusedValue", "set gain 77 1", 5, "kInvalidArgument, 9"},
-                    FaultCase{"NoPlaceForPicture", "flicker flicker --plot /nowhere/a.png", 6,
-                              "/nowhere/a.png"}),
+    testing::Values(
+        FaultCase{"UnknownLightSensor", "stream moon", 3, "'rear ambient light'"},
+        FaultCase{"FlickerIsNoLightSensor", "stream flicker", 3, "'front ambient light'"},
+        FaultCase{"UnknownFlickerSensor", "flicker moon", 3, "'flicker'"},
+        FaultCase{"RefusedValue", "set gain 77 1", 5, "(kInvalidArgument, 9); 'hyl-spectral set"},
+        FaultCase{"NoPlaceForPicture", "flicker flicker --plot /nowhere/a.png", 6,
+                  "/nowhere/a.png"}),
     [](const auto& test) { return std::string(test.param.name); });
 
 struct RefusalCase {
@@ -329,6 +348,7 @@ TEST_F(ListTest, ShowsTheSensors) {
             "ambient-light  0      yes        rear ambient light\n"
             "ambient-light  1      yes        front ambient light\n"
             "flicker        0      yes        flicker\n");
+  EXPECT_EQ(RunCaptured("--format json list").out, RunCaptured("list --format json").out);
   EXPECT_THAT(RunCaptured("list --format json").out,
               StartsWith("{\"sensors\":[{\"type\":\"ambient-light\",\"index\":0,"
                          "\"name\":\"rear ambient light\",\"supported\":true},"));
@@ -349,6 +369,20 @@ TEST_F(StreamTest, PrintsALineASample) {
                            "\"values\":\\[[-0-9.e,]+\\]\\}\n"));
 }
 
+TEST_F(StreamTest, TakesTheFirstSensorUnlessToldOtherwise) {
+  EXPECT_THAT(RunCaptured("stream --count 1 --format json").out, HasSubstr("rear ambient light"));
+  EXPECT_THAT(RunCaptured("flicker --seconds 0.2 --format json").out, HasSubstr("\"flicker\""));
+}
+
+TEST_F(StreamTest, TellsWhatBecameOfASetting) {
+  EXPECT_THAT(RunCaptured("stream --count 1 --set sampling-period=1").err,
+              AllOf(IsOneLine(), HasSubstr("sampling-period is 5000, not 1")));
+  EXPECT_THAT(RunCaptured("stream --count 1 --set gain=0,4").err,
+              AllOf(IsOneLine(), HasSubstr("--set spectral-auto-gain=off")));
+  EXPECT_THAT(RunCaptured("stream --count 1 --set spectral-auto-gain=off --set gain=0,4").err,
+              IsEmpty());
+}
+
 TEST_F(StreamTest, WritesSettingsBeforeTheStart) {
   const std::string fixed = "stream rear --count 1 --format csv --set spectral-auto-gain=off ";
   const auto clear_channel = [](const RunResult& result) {
@@ -360,6 +394,10 @@ TEST_F(StreamTest, WritesSettingsBeforeTheStart) {
   EXPECT_NEAR(high / low, 8, 1);
 }
 
+double NumberAfter(const std::string& label, const std::string& text) {
+  return std::stod(text.substr(text.find(label) + label.size()));
+}
+
 class FlickerTest : public ToolTest {};
 
 TEST_F(FlickerTest, MeasuresTheLight) {
@@ -367,6 +405,8 @@ TEST_F(FlickerTest, MeasuresTheLight) {
       RunCaptured("flicker flicker --seconds 0.5 --scene fluorescent --mains 60");
   EXPECT_THAT(mains.out,
               AllOf(HasSubstr("24000 Hz"), HasSubstr("frequency 120.0"), HasSubstr("gaps 0")));
+  EXPECT_GT(NumberAfter("\"samples\":", RunCaptured("flicker --seconds 0.5 --format json").out),
+            4800);  // 0.2 s in a row, though the sensor's stream restarts every 0.1 s
   const RunResult steady = RunCaptured("flicker flicker --seconds 0.5 --scene daylight");
   EXPECT_THAT(steady.out, HasSubstr("frequency none"));
 }
@@ -391,6 +431,11 @@ TEST_F(SettingsTest, AreReadAndWritten) {
             "{\"spectral-auto-gain\":false}\n");
   EXPECT_EQ(RunCaptured("set register 0x21 0x7F").code, 0);
   EXPECT_EQ(RunCaptured("get register 33").out, "register                       127\n");
+  EXPECT_EQ(RunCaptured("get register 0x21").out, "register                       0x7F\n");
+}
+
+TEST_F(SettingsTest, AreSaidToEndWithTheCommand) {
+  EXPECT_THAT(RunCaptured("set torch on").err, AllOf(IsOneLine(), HasSubstr("lose this setting")));
 }
 
 class LogTest : public ToolTest {};
@@ -407,8 +452,8 @@ void SetVariable(const char* name, const char* value) {
 
 // On a terminal.
 
-std::string ShownOnTerminal(const char* arguments) {
-  TestTerminal terminal;
+std::string ShownOnTerminal(const char* arguments, unsigned short rows = 24) {
+  TestTerminal terminal(rows);
   Reader reader(terminal.reader.get(), [] {});
   const RunResult result = RunInto(terminal.screen.get(), arguments);
   EXPECT_EQ(result.code, 0);
@@ -418,6 +463,7 @@ std::string ShownOnTerminal(const char* arguments) {
 
 constexpr const char* kColour = "\033[36m";
 constexpr const char* kEraseLine = "\033[K";
+constexpr const char* kEndOfFrame = "\033[J";
 
 class TerminalTest : public ToolTest {};
 
@@ -426,6 +472,19 @@ TEST_F(TerminalTest, DrawsBarsInColour) {
   SetVariable("NO_COLOR", "");
   for (const char* const arguments : {"stream rear --count 2", "flicker flicker --seconds 0.3"}) {
     EXPECT_THAT(ShownOnTerminal(arguments), AllOf(HasSubstr(kColour), HasSubstr(kEraseLine)));
+  }
+}
+
+TEST_F(TerminalTest, DrawsNoMoreLinesThanThereIsRoomFor) {
+  SetVariable("TERM", "xterm");
+  const std::pair<const char*, uint16_t> cases[] = {
+      {"stream --count 2", 6}, {"stream --count 2", 10}, {"flicker --seconds 0.6", 6}};
+  for (const auto& [arguments, rows] : cases) {
+    std::string shown = ShownOnTerminal(arguments, rows);
+    EXPECT_THAT(shown, HasSubstr("more lines need a taller window"));
+    for (size_t end = 0; (end = shown.find(kEndOfFrame)) != shown.npos; shown.erase(0, end + 3)) {
+      EXPECT_LT(Lines(shown.substr(0, end)), rows) << arguments;
+    }
   }
 }
 
@@ -462,12 +521,31 @@ class PictureTest : public ToolTest {
 };
 
 TEST_F(PictureTest, IsDrawnInBothFormats) {
-  for (const char* const file : {"flicker.svg", "flicker.png"}) {
+  const std::string longest = std::string(NAME_MAX - 4, 'a') + ".svg";
+  for (const char* const file : {"flicker.svg", "flicker.png", longest.c_str()}) {
     const RunResult result = RunCaptured("flicker flicker --seconds 0.3" + PlotOption(file));
     EXPECT_EQ(result.code, 0) << result.err;
     EXPECT_GT(std::filesystem::file_size(folder_ / file), 5000U);
   }
-  EXPECT_EQ(Files(), 2U);
+  EXPECT_EQ(Files(), 3U);
+}
+
+TEST_F(PictureTest, TakesNoSensorNameForACommand) {
+  std::filesystem::current_path(folder_);
+  for (const char* const name :
+       {"';system'touch PWNED';'", "`touch PWNED`", "'\nsystem'touch PWNED'\n'",
+        "\"\nsystem\"touch PWNED\"\n", "\\'\nsystem'touch PWNED'\n", "@x"}) {
+    flicker_sensor_name = name;
+    EXPECT_EQ(RunCaptured("flicker --seconds 0.2 --plot a.svg").code, 0) << name;
+    EXPECT_EQ(Files(), 1U) << name;
+  }
+}
+
+TEST_F(PictureTest, TakesNoFolderForACommand) {
+  std::filesystem::current_path(folder_);
+  std::filesystem::create_directory("|touch${IFS}PWNED;");
+  EXPECT_EQ(RunCaptured("flicker flick --seconds 0.2 --plot |touch${IFS}PWNED;/a.svg").code, 0);
+  EXPECT_EQ(Files(), 1U);
 }
 
 TEST_F(PictureTest, LeavesNothingBehindWhenTheRunFails) {

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -74,31 +75,42 @@ void LogToStderr(LogId /*id*/, LogSeverity severity, const char* tag, const char
 
 struct LoggerState {
   std::mutex mutex;
-  std::shared_ptr<LogFunction> logger = std::make_shared<LogFunction>(LogToStderr);  // mutex
+  std::shared_ptr<const LogFunction> logger;  // guarded by mutex; null for LogToStderr
   std::atomic<LogSeverity> minimum_severity = INFO;
 };
 
-/// Never destroyed, so that threads and static destructors can log until the process is gone.
+/// Never destroyed, so that threads and static destructors can log until the process is gone. Takes
+/// no memory from the heap, so that the first entry may be logged when there is none.
 LoggerState& State() {
-  static LoggerState& state = *new LoggerState;
-  return state;
+  alignas(LoggerState) static std::byte place[sizeof(LoggerState)];
+  static LoggerState* const state = ::new (place) LoggerState;
+  return *state;
 }
 
-std::shared_ptr<LogFunction> CurrentLogger() {
-  const std::lock_guard lock(State().mutex);
-  return State().logger;
+void CallLogger(LogSeverity severity, const char* tag, const char* file, unsigned int line,
+                const char* message) {
+  std::shared_ptr<const LogFunction> logger;
+  {
+    const std::lock_guard lock(State().mutex);
+    logger = State().logger;
+  }
+  if (logger != nullptr) {
+    (*logger)(DEFAULT, severity, tag, file, line, message);
+  } else {
+    LogToStderr(DEFAULT, severity, tag, file, line, message);
+  }
 }
 
 }  // namespace
 
 LogFunction SetLogger(LogFunction&& logger) {
-  auto next = std::make_shared<LogFunction>(std::move(logger));
-  if (!*next) *next = LogToStderr;
+  auto next = logger ? std::make_shared<const LogFunction>(std::move(logger)) : nullptr;
   {
     const std::lock_guard lock(State().mutex);
     State().logger.swap(next);
   }
-  return *next;  // A copy: another thread may be calling it at this moment.
+  if (next == nullptr) return LogToStderr;
+  return *next;  // a copy: another thread may be calling it at this moment
 }
 
 LogSeverity SetMinimumLogSeverity(LogSeverity severity) {
@@ -123,11 +135,19 @@ LogMessage::LogMessage(const char* file, unsigned int line, LogSeverity severity
 
 LogMessage::~LogMessage() {
   if (ShouldLog(severity_, tag_)) {
-    char buffer[256];
-    if (error_ != -1) text_ << ": " << strerror_r(error_, buffer, sizeof(buffer));
-    (*CurrentLogger())(DEFAULT, severity_, tag_, file_, line_, text_.str().c_str());
+    try {
+      Write();
+    } catch (const std::bad_alloc&) {  // the entry is lost
+    }
   }
   if (severity_ >= FATAL) std::abort();
+}
+
+void LogMessage::Write() {
+  char buffer[256];
+  if (error_ != -1) text_ << ": " << strerror_r(error_, buffer, sizeof(buffer));
+  if (text_.bad()) return;  // there was no memory for the whole text
+  CallLogger(severity_, tag_, file_, line_, text_.str().c_str());
 }
 
 std::ostream& LogMessage::stream() {

@@ -3,11 +3,35 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdlib>
 #include <latch>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
+
+namespace {
+
+constexpr int kUnlimited = -1;
+thread_local int t_allocations_left = kUnlimited;  // with 0, memory has run out for this thread
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  if (t_allocations_left == 0) throw std::bad_alloc();
+  if (t_allocations_left > 0) --t_allocations_left;
+  void* const place = std::malloc(size);
+  if (place == nullptr) throw std::bad_alloc();
+  return place;
+}
+void operator delete(void* place) noexcept {
+  std::free(place);
+}
+void operator delete(void* place, std::size_t) noexcept {
+  std::free(place);
+}
 
 namespace android::base {
 namespace {
@@ -94,6 +118,31 @@ TEST_F(LoggingTest, LoggerMayLogAndReplaceItself) {
   LOG(INFO) << "first";
   LOG(INFO) << "into the void";
   EXPECT_EQ(seen, (std::vector<std::string>{"first", "from within"}));
+}
+
+/// Logs an entry that needs memory more than once, with that many allocations until it runs out.
+void LogWithAllocations(int allocations, const std::string& text) {
+  t_allocations_left = allocations;
+  { LogMessage("f", 1, ERROR, "TAG", ENOENT).stream() << text << text << text; }
+  t_allocations_left = kUnlimited;
+}
+
+TEST(LoggingWithoutMemory, LosesTheEntryBeforeAnyOther) {
+  LogWithAllocations(0, "lost");
+}
+
+TEST_F(LoggingTest, AnEntryForWhichThereIsNoMemoryIsLostAndNothingElse) {
+  const std::string text(700, 'x');
+  const std::string whole = text + text + text + ": No such file or directory";
+  int lost = 0;
+  for (; entries_.empty(); ++lost) {
+    ASSERT_LT(lost, 100);
+    LogWithAllocations(lost, text);
+  }
+  EXPECT_EQ(entries_, (std::vector<Entry>{{ERROR, "TAG", "f", 1, whole}}));
+  EXPECT_GT(lost, 3);
+  LOG(INFO) << "next";
+  EXPECT_EQ(entries_.back().message, "next");
 }
 
 TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {

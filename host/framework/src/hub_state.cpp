@@ -68,7 +68,8 @@ void HubState::Reset() {
 }
 
 bool HubState::AllQuiet() const {
-  return std::ranges::all_of(streams_, [](const SensorStream* s) { return s->IsQuiet(); });
+  return std::all_of(streams_.begin(), streams_.end(),
+                     [](const SensorStream* s) { return s->IsQuiet(); });
 }
 
 void HubState::SetScene(const LightScene& scene) {

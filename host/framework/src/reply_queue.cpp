@@ -69,8 +69,8 @@ bool ReplyQueue::IsDone(uint64_t number) const {
   if (in_delivery_ && *in_delivery_ <= number) {
     return false;
   }
-  return std::ranges::none_of(
-      waiting_, [number](const auto& entry) { return entry.second.number <= number; });
+  return std::none_of(waiting_.begin(), waiting_.end(),
+                      [number](const auto& entry) { return entry.second.number <= number; });
 }
 
 void ReplyQueue::Run() {

@@ -28,8 +28,8 @@ std::vector<SensorListEntry> SimulatedSensorList() {
 }
 
 bool IsListedSensor(uint32_t handle) {
-  return std::ranges::any_of(
-      kSensors, [handle](const SensorListEntry& entry) { return entry.handle == handle; });
+  return std::any_of(std::begin(kSensors), std::end(kSensors),
+                     [handle](const SensorListEntry& entry) { return entry.handle == handle; });
 }
 
 }  // namespace hyl::v2::host

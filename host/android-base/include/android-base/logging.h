@@ -46,7 +46,8 @@ LogSeverity GetMinimumLogSeverity();
 bool ShouldLog(LogSeverity severity, const char* tag);
 
 /// One entry: text is put into `stream()`, and the destructor hands it to the logger if it should
-/// be logged. An entry of severity FATAL then ends the process.
+/// be logged. An entry for which memory runs out, in the logger too, is lost. An entry of severity
+/// FATAL then ends the process.
 class LogMessage {
  public:
   /// `file` and `tag` must outlive the object. A null tag stands for the program's name. An `error`
@@ -60,6 +61,8 @@ class LogMessage {
   std::ostream& stream();
 
  private:
+  void Write();
+
   std::ostringstream text_;
   const char* file_;
   unsigned int line_;

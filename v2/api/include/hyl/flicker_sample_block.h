@@ -8,7 +8,7 @@ namespace hyl::v2 {
 /// What one flicker data message brought. The `aux` fields are the framework's, handed on
 /// unchanged.
 struct FlickerSampleBlock {
-  uint8_t restart;  ///< bit 0: the sensor's stream starts afresh with this block
+  uint8_t restart;  ///< bit 0: the compressed-1 decoder was reset; numbering is unaffected
   uint8_t aux8_0;
   uint8_t aux8_1;
   uint16_t aux16_0;

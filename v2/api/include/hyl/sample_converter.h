@@ -26,7 +26,7 @@ class SampleConverter {
 
   /// Where samples go from now on, and their width in bits. A null buffer has no room.
   void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);
-  /// Begins to number samples afresh.
+  /// Resets sample numbering.
   void ResetCounters();
 
   /// Takes the packing from a format message. One that is invalid leaves the previous in force.

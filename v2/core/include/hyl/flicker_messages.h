@@ -45,7 +45,7 @@ class FlickerDataResp : public Message {
   uint32_t aux32_1 = 0;
   float auxf_0 = 0;
   uint16_t aux16_0 = 0;
-  uint8_t restart = 0;  ///< bit 0: the packed stream starts afresh with this chunk
+  uint8_t restart = 0;  ///< bit 0: resets the compressed-1 decoder before this chunk
   uint8_t unused67[5] = {};
   uint16_t aux16_1 = 0;
   uint16_t aux16_2 = 0;
