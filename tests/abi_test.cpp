@@ -282,7 +282,7 @@ constexpr int kBlock[40] = {
     52,   53,   54,       55,       56, 57, 58, 59,
     60,   61,   62,       63,       80, 81, 82, 83};
 
-TEST_F(AbiTest, CallbacksKeepTheirSlotsAndFlickerRecordsTheirFields) {
+TEST_F(AbiTest, CallbacksKeepSlotsAndRecordsKeepFields) {
   RawClient raw;
   const Instance api(reinterpret_cast<HylSpectralApiCallbackInterface*>(&raw));
   uint32_t id = 0;

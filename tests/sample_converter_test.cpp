@@ -216,7 +216,7 @@ TEST(SampleConverterTest, ExamplesOfTheDocument) {
   EXPECT_GT(rows, 0) << "no table of packing, out_bits, chunk and samples";
 }
 
-TEST(SampleConverterTest, RestartIsBit0AndDropsTheHeldByteAndTheSum) {
+TEST(SampleConverterTest, RestartDropsTheHeldByteAndTheSum) {
   ConverterTwin twin;
   twin.SetOutput(9, 12);
   Configure(twin, "compressed-1");
