@@ -33,7 +33,7 @@ struct Number {
 /// The slot of a virtual operation, from a pointer to it, which both of the known encodings hold as
 /// a byte offset in the first of two words.
 template <typename Member>
-size_t SlotOf(Member operation) {
+size_t SlotOf(Member operation) noexcept {
   std::array<uintptr_t, 2> words{};
   static_assert(sizeof(operation) == sizeof(words));
   std::memcpy(words.data(), &operation, sizeof(words));
