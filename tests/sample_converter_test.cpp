@@ -233,6 +233,16 @@ TEST(SampleConverterTest, RestartDropsTheHeldByteAndTheSum) {
   EXPECT_EQ(samples("82", 0), std::vector{4});
 }
 
+TEST(SampleConverterTest, UncompressedSamplesHave2To4Bytes) {
+  for (const size_t bytes : std::initializer_list<size_t>{0, 1, 2, 3, 4, 5, SIZE_MAX}) {
+    SampleConverter converter;
+    EXPECT_EQ(bytes >= 2 && bytes <= 4,
+              converter.ConfigureUncompressedInputFormat(FlickerFormatSampleWidth::kUncompressed4,
+                                                         bytes, 0, 0, true))
+        << bytes;
+  }
+}
+
 // --- sequence numbers ---
 
 struct SeqNum {
