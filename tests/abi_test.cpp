@@ -87,14 +87,14 @@ class AbiTest : public LibraryTest {
 };
 
 TEST_F(AbiTest, SettingsKeepTheirSlots) {
-  framework.AnswerWith(ScriptedApi::Echo);
+  framework.AnswerWith(ScriptedFramework::Echo);
   for (const SettingSlot& row : kSettingSlots) {
     EXPECT_EQ(HylErr::kOk, row.call(instance.get(), row.slot)) << "slot " << row.slot << kWhatToDo;
     const std::vector<FrameworkCall> calls = framework.TakeInvokes();
     ASSERT_EQ(1U, calls.size()) << "slot " << row.slot << kWhatToDo;
-    EXPECT_EQ(static_cast<uint8_t>(row.access), calls[0].bytes[1])
+    EXPECT_EQ(static_cast<uint8_t>(row.access), BytesOf(calls[0])[1])
         << "slot " << row.slot << kWhatToDo;
-    EXPECT_EQ(static_cast<uint8_t>(row.command), calls[0].bytes[2])
+    EXPECT_EQ(static_cast<uint8_t>(row.command), BytesOf(calls[0])[2])
         << "slot " << row.slot << kWhatToDo;
   }
 }
@@ -160,13 +160,13 @@ TEST_F(AbiTest, ClientCallbacksKeepTheirSlots) {
   Instance raw_instance(reinterpret_cast<HylSpectralApiCallbackInterface*>(&raw));
   uint32_t id = 0;
   ASSERT_EQ(HylErr::kOk, raw_instance->EnableAmbientLightSensor(nullptr, id, kContinuous));
-  framework.Deliver(kRearContinuous, SampleMsg({1, 2}, 5));
+  framework.Deliver(kRearContinuous, SpectralMessage({1, 2}, 5));
   EXPECT_EQ(2, raw.called) << kWhatToDo;
   EXPECT_EQ(id, raw.session) << kWhatToDo;
   ASSERT_EQ(HylErr::kOk,
             raw_instance->EnableFlickerSensor(nullptr, buffer, std::size(buffer), 16, id));
-  framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::k16BitsIn2));
-  framework.Deliver(kFlicker, FlickerData({1, 2, 3, 4}));
+  framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::k16BitsIn2));
+  framework.Deliver(kFlicker, FlickerDataMessage({1, 2, 3, 4}));
   EXPECT_EQ(3, raw.called) << kWhatToDo;
   EXPECT_EQ(id, raw.session) << kWhatToDo;
 }
@@ -218,7 +218,7 @@ TEST(AbiSlotsTest, TheFrameworkIsCalledThroughItsOwnSlots) {
 }
 
 TEST(AbiSlotsTest, DestructorsComeLast) {
-  ScriptedApi framework;
+  ScriptedFramework framework;
   constexpr size_t kComplete = 29;
   constexpr size_t kDeleting = 30;
   for (const size_t slot : {kComplete, kDeleting}) {
