@@ -75,7 +75,7 @@ const Number kNumbers[] = {
     HYL_NUMBER(4, SlotOf(&VectorBase::MoveElem)),
     HYL_NUMBER(1, sizeof(HylHeapEnum)),
     HYL_NUMBER(1, HylHeapEnum::kDefault),
-    // api.h, service.h, sensor_list_entry.h
+    // api.h, service.h
     HYL_NUMBER(4, sizeof(ClientType)),
     HYL_NUMBER(10, ClientType::kSpectral),
     HYL_NUMBER(8, sizeof(Api)),
@@ -121,6 +121,24 @@ TEST(AbiHeadersTest, NumbersStayAsAgreed) {
   for (const Number& number : kNumbers) {
     EXPECT_EQ(number.agreed, number.found) << number.what << '\n' << kWhatToDo;
   }
+}
+
+/// The machine words of an object.
+template <typename Object>
+std::array<uintptr_t, sizeof(Object) / sizeof(uintptr_t)> Words(const Object& object) {
+  std::array<uintptr_t, sizeof(Object) / sizeof(uintptr_t)> words{};
+  std::memcpy(words.data(), static_cast<const void*>(&object), sizeof(object));
+  return words;
+}
+
+TEST(AbiHeadersTest, ContainersHoldTheirWords) {
+  HylString text;
+  text.assign("text");
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(text.data()), Words(text)[0]) << kWhatToDo;
+  Vector<float> vector;
+  ASSERT_EQ(HylErr::kOk, vector.Resize(3));
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(vector.data()), Words(vector)[1]) << kWhatToDo;
+  EXPECT_EQ(3U, Words(vector)[2]) << kWhatToDo;
 }
 
 // --- the built library ---

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "log_capture.h"
 #include "sample_converter_twin.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "log_capture.h"
 #include "sample_converter_model.h"

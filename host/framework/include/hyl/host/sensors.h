@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include <hyl/sensor_list_entry.h>
+#include <hyl/api.h>
 
 namespace hyl::v2::host {
 

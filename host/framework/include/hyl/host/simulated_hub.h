@@ -99,7 +99,7 @@ struct RunningRequest {
 /// stops of what does not run; with kInvalidArgument, requests that the sensor does not serve and
 /// records of another kind than announced; with kNullPointer, null callbacks; with kFailed,
 /// requests for which there is no room: 256 replies wait, or 64 requests run on the sensor. The
-/// settings are listed in hub_settings.h.
+/// settings are listed in sensors.h as well.
 ///
 /// The hub calls the clients' callback objects on its own threads, one for each sensor and one for
 /// replies, without a lock held. Deleting an Api ends its requests, drops its replies and releases
