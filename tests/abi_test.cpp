@@ -1,6 +1,6 @@
-// What was built earlier, clients and the framework, relies on: which slot of an object's table of
-// virtual operations holds what, where the fields of records are, and numbers. They are here once
-// more, apart from the headers, so that a change there is seen.
+// The binary interface that clients and the framework were built against: the slots of virtual
+// operations, the fields of records, and numbers. They are repeated here, apart from the headers,
+// so that a change there is noticed.
 
 #include <array>
 #include <cstddef>
@@ -19,8 +19,9 @@ namespace hyl::v2::test {
 namespace {
 
 constexpr const char* kWhatToDo =
-    "What was built earlier relies on this. Restore it in the header. If it is meant to change, "
-    "raise the major version in CMakeLists.txt, and change the number here.";
+    "Existing binaries rely on this. Restore it in the header. If the change is intended, raise "
+    "the "
+    "major version in CMakeLists.txt, and change the number here.";
 
 // --- the headers ---
 
@@ -30,8 +31,8 @@ struct Number {
   size_t found;
 };
 
-/// The slot of a virtual operation, from a pointer to it, which both of the known encodings hold as
-/// a byte offset in the first of two words.
+/// The slot of a virtual operation. A pointer to one holds it as a byte offset in the first of two
+/// words, in both of the known encodings.
 template <typename Member>
 size_t SlotOf(Member operation) noexcept {
   std::array<uintptr_t, 2> words{};
@@ -143,7 +144,7 @@ TEST(AbiHeadersTest, ContainersHoldTheirWords) {
 
 // --- the built library ---
 
-/// Calls what is at a slot of the object's table, as a client's machine code does.
+/// Calls the operation at a slot of the object's table, as a client's machine code does.
 template <typename Result, typename... Arguments>
 Result CallSlot(HylSpectralApi* api, size_t slot, Arguments... arguments) {
   using Function = Result (*)(HylSpectralApi*, Arguments...);
@@ -162,8 +163,8 @@ class AbiTest : public LibraryTest {
     }
     return text;
   }
-  /// The requests that the operation at a slot sends: access and command of a setting, type, handle
-  /// and client id of others.
+  /// The requests that the operation at a slot sends: access and command of a setting; type, handle
+  /// and client id of any other.
   template <typename... Arguments>
   std::string Sent(size_t slot, Arguments... arguments) {
     framework.Take();
@@ -250,7 +251,7 @@ TEST_F(AbiTest, DestructorsComeLast) {
 
 using Slot = void (*)();
 
-/// A client's callback object without a class: a table of functions, which note who was called.
+/// A client's callback object without a class: a table of functions that record which was called.
 struct RawClient {
   static void Never(RawClient* self) { self->called = -1; }
   static void OnSpectralData(RawClient* self, uint32_t kind, uint32_t id, const void*,
@@ -273,8 +274,8 @@ struct RawClient {
   std::array<uint8_t, 48> block{};
 };
 
-/// A message without a class: a table with its type, and bytes that count their offsets but for the
-/// fields that are put in.
+/// A message without a class: a table with its type, and bytes that each hold their offset, except
+/// for the fields that Put sets.
 template <uint8_t kType, size_t kSize>
 class RawMessage {
  public:
@@ -294,7 +295,7 @@ class RawMessage {
 };
 
 constexpr int kPadding = -1;
-/// A block's bytes up to its pointer, where most of a RawMessage's are copied to.
+/// The bytes of a block up to its pointer. Most are copies of a RawMessage's bytes.
 constexpr int kBlock[40] = {
     66,   49,   76,       kPadding, 64, 65, 72, 73,
     74,   75,   kPadding, kPadding, 1,  0,  0,  0,  // num_samples

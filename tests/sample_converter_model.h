@@ -12,8 +12,9 @@
 
 namespace hyl::v2::test {
 
-/// What a SampleConverter must do, written to be plain: one byte after the other, with its state in
-/// the object. It shares no code with the converter. It allocates only for log entries.
+/// Decodes as a SampleConverter must, in the plainest way: one byte after the other, with its state
+/// in the object. Shares no code with the converter. Allocates only for log entries. Does not
+/// estimate sequence numbers.
 class SampleConverterModel {
  public:
   void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);

@@ -28,12 +28,12 @@ void PutValue(uint64_t value, uint64_t groups, Bytes& bytes) {
   }
 }
 
-/// Sends a converter and its model what a sensor, or a framework gone mad, may send.
+/// Sends a converter and its model what a sensor, or a faulty framework, may send.
 class RandomScript {
  public:
   explicit RandomScript(uint64_t seed) : engine_(seed) {}
 
-  /// How many samples that made.
+  /// Returns the number of samples converted.
   size_t Run(int steps) {
     for (int i = 0; i < steps && !testing::Test::HasFailure(); ++i) {
       Step();
@@ -70,7 +70,7 @@ class RandomScript {
     twin_.Configure(kind_, little_endian, msb, lsb);
   }
 
-  /// Cuts a stream anywhere, and sends the pieces; some get lost, some come twice.
+  /// Cuts a stream anywhere and sends the pieces. Some are lost, some come twice.
   void SendStream() {
     const Bytes stream = kind_ == kCompressed1 ? Values() : AnyBytes();
     for (std::span<const uint8_t> left = stream; !left.empty();) {
@@ -99,7 +99,7 @@ class RandomScript {
     return std::min(left, (size + unit - 1) / unit * unit);
   }
 
-  /// Mostly values of one length, as there are long runs of them in the streams of a sensor.
+  /// Mostly values of one length: a sensor's streams have long runs of them.
   Bytes Values() {
     const uint64_t rarity = OneOf({1, 5, 50, 1000});
     const uint64_t usual_groups = OneIn(2) ? 1 : 1 + Below(4);

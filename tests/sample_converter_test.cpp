@@ -1,6 +1,6 @@
-// The converter, and its model, on chunks whose samples are known: the worked examples here, and
-// those of docs/flicker-formats.md. They hold the model to the formats, so that it can speak for
-// them elsewhere.
+// The converter and its model on chunks whose samples are known: the worked examples here and those
+// of docs/flicker-formats.md. They show that the model is right, so that other tests can rely on
+// it.
 
 #include <climits>
 #include <cstddef>
@@ -72,8 +72,8 @@ void Configure(ConverterTwin& twin, std::string_view packing) {
   twin.Configure(kind, little_endian, static_cast<uint8_t>(msb), static_cast<uint8_t>(lsb));
 }
 
-/// Feeds rows to a converter and its model. For every row the output is set and the format
-/// announced again, which must not disturb a stream.
+/// Feeds rows to a converter and its model. Sets the output and announces the format again for
+/// every row, which must not disturb a stream.
 class Stream {
  public:
   void Check(const Row& row) {
@@ -123,14 +123,14 @@ constexpr Row kRows[] = {
     {"16-bits-in-2 next", 16, kPairs, "-2 4660 1 -32768"},
     {"compressed-1 next", 12, "", ""},
     {"compressed-1 next", 12, "80 FE", "71 69"},
-    // What cannot be read leaves the sum.
+    // An unreadable chunk leaves the sum.
     {"compressed-1", 12, "85 01 02", "unreadable"},
     {"compressed-1 next", 12, "81", "6"},
     {"compressed-1 next", 12, "85 01 01 01 01 81 82", "unreadable"},
     {"compressed-1 next", 12, "81 02", "12"},
     {"compressed-1 next", 12, "02", "unreadable"},
     {"compressed-1 next", 12, "81", "13"},
-    // What is dropped counts in the sum.
+    // Dropped samples count in the sum.
     {"compressed-1", 12, kFour, "5 2", 2},
     {"compressed-1 next", 12, "81", "-897"},
     {"compressed-1", 12, "85 85 01 02", "unreadable", 1},
@@ -231,6 +231,16 @@ TEST(SampleConverterTest, RestartDropsTheHeldByteAndTheSum) {
   EXPECT_EQ(samples("82", 0), std::vector{0}) << "a width counts from the next format message on";
   Configure(twin, "compressed-1");
   EXPECT_EQ(samples("82", 0), std::vector{4});
+}
+
+TEST(SampleConverterTest, UncompressedSamplesHave2To4Bytes) {
+  for (const size_t bytes : std::initializer_list<size_t>{0, 1, 2, 3, 4, 5, SIZE_MAX}) {
+    SampleConverter converter;
+    EXPECT_EQ(bytes >= 2 && bytes <= 4,
+              converter.ConfigureUncompressedInputFormat(FlickerFormatSampleWidth::kUncompressed4,
+                                                         bytes, 0, 0, true))
+        << bytes;
+  }
 }
 
 // --- sequence numbers ---

@@ -16,8 +16,8 @@
 
 namespace hyl::v2::test {
 
-/// A SampleConverter and its model, which get the same calls and are compared after each. Chunks
-/// and the buffer are heap blocks of their exact size, so that AddressSanitizer sees the first byte
+/// A SampleConverter and its model. Both get the same calls and are compared after each. Chunks and
+/// the buffer are heap blocks of their exact size, so that AddressSanitizer reports the first byte
 /// beyond.
 class ConverterTwin {
  public:
@@ -43,7 +43,7 @@ class ConverterTwin {
     Compare();
   }
 
-  /// Changes nothing. The model has no numbers.
+  /// Must change nothing. The model has no sequence numbers to compare with.
   void AskSeqNum(uint32_t offset) {
     (void)converter_.GetSeqNum(offset);
     log_.Take();
