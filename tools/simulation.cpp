@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <android-base/stringprintf.h>
-#include <hyl/host/hub_settings.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
 #include "context.h"
