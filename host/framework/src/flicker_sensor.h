@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "delivery_thread.h"
+#include "delivery.h"
 #include "flicker_packer.h"
 #include "flicker_signal.h"
 
