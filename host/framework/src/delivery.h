@@ -168,7 +168,7 @@ class DeliveryThread {
   static bool IsCurrent();
 
   bool IsFull() const { return jobs_.size() >= max_jobs_; }
-  /// The jobs must not be full. Starts the thread on first use.
+  /// There must be room for the job. Starts the thread on first use.
   void Add(Job job);
   /// Ends the jobs that match, and returns how many they were.
   size_t End(const std::function<bool(const Job&)>& matches, EndedJobs& ended);

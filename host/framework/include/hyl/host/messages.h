@@ -78,7 +78,7 @@ struct SensorEvent {
 [[gnu::visibility("default")]] SensorEventPtr MakeEventChain(
     const std::vector<SensorEvent>& events);
 
-/// Delivers `count` events of a chain, by its own account.
+/// Delivers a chain. `count` is the length that the message claims.
 class EventChainMessage final : public EventMessage {
  public:
   EventChainMessage(SensorEventPtr first, uint64_t count) {
