@@ -19,7 +19,8 @@ thread_local int t_allocations_left = kUnlimited;  // with 0, memory has run out
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inlined, so that g++ does not take a delete here for one that does not match its new.
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (t_allocations_left == 0) {
     throw std::bad_alloc();
   }
@@ -32,10 +33,10 @@ void* operator new(std::size_t size) {
   }
   return place;
 }
-void operator delete(void* place) noexcept {
+[[gnu::noinline]] void operator delete(void* place) noexcept {
   std::free(place);
 }
-void operator delete(void* place, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* place, std::size_t) noexcept {
   std::free(place);
 }
 
