@@ -53,7 +53,7 @@ struct SimulatedHub::State : HubCore {
   DeliveryThread replies{*this, real_time, 256};
 
   ReplyFaults reply_faults;
-  std::minstd_rand reply_delays;
+  NoiseEngine reply_delays = MakeNoise(reply_faults.seed, 0, 0);
   FlickerPacking packing;
   FlickerFaults flicker_faults;
   std::shared_ptr<FlickerSensor> last_flicker_run;  // null before the first
@@ -218,7 +218,7 @@ class SimulatedHub::ClientConnection final : public Api {
     }
     if (err == HylErr::kOk &&
         (request.access == RlsAccess::kRead || !hub_.reply_faults.ignore_writes)) {
-      PushReply(call, std::move(reply));
+      PushReply(call, reply);
     }
     return err;
   }
@@ -263,7 +263,7 @@ class SimulatedHub::ClientConnection final : public Api {
            Schedule(hub_.clock.Now(), kFlickerChunkNs, kFlickerBacklog));
   }
 
-  void PushReply(const Call& call, std::shared_ptr<const Message> message) {
+  void PushReply(const Call& call, const std::shared_ptr<const Message>& message) {
     std::uniform_int_distribution<int64_t> delay_ns(
         0, std::chrono::nanoseconds(hub_.reply_faults.max_delay).count());
     int64_t due = hub_.real_time.Now() + delay_ns(hub_.reply_delays);
@@ -291,7 +291,7 @@ void SimulatedHub::State::SetReplyFaults(const ReplyFaults& faults) {
   reply_faults = faults;
   reply_faults.max_delay =
       std::clamp(faults.max_delay, std::chrono::microseconds(0), kLongestDelay);
-  reply_delays.seed(static_cast<uint32_t>(faults.seed));
+  reply_delays = MakeNoise(faults.seed, 0, 0);
 }
 
 void SimulatedHub::State::RestartSchedules() {
