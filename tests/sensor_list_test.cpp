@@ -238,35 +238,53 @@ TEST_F(SensorListTest, RequestIdsGoByTypePriorityAndPrefix) {
                   Info("  Flicker-t:13 p:1 r:5")));
 }
 
-/// The slow one is held while it builds its list, until the fast one has set another. Then it
-/// changes nothing and logs nothing.
-TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
+/// The slow one is held while it builds its list, until the fast one has set its own. If that has a
+/// sensor it is final: the slow one changes nothing and logs nothing.
+TEST_F(SensorListTest, OfTwoDiscoveriesTheFirstWithASensorCounts) {
+  const SensorListEntry marker = MakeEntry(kListMarker, "marker");
+  const SensorListEntry flicker = MakeEntry(kFlicker, "Flicker");
+  const SensorListEntry other = MakeEntry(1U << 16, "accelerometer");
+  const struct {
+    std::vector<SensorListEntry> slow;
+    std::vector<SensorListEntry> fast;
+    std::vector<LogEntry> entries;
+  } kCases[] = {
+      {{marker, flicker, other},
+       {marker, flicker},
+       {Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
+        Info("  Flicker-t:13 p:0 r:0"), Info("SensorInfo list has been set.")}},
+      {{marker, flicker},
+       {marker, other},
+       {Info("Setting SensorInfo list."), Info("Sensor-List[0]@V1:"),
+        Info("SensorInfo list has been set."), Info("Setting SensorInfo list."),
+        Info("Sensor-List[1]@V2:"), Info("  Flicker-t:13 p:0 r:0"),
+        Info("SensorInfo list has been set.")}},
+  };
   const std::thread::id fast = std::this_thread::get_id();
-  const auto is_fast = [=] { return std::this_thread::get_id() == fast; };
-  framework.SetSensorList([&](int) {
-    return is_fast() ? std::vector{MakeEntry(kListMarker, ""), MakeEntry(kFlicker, "Flicker")}
-                     : DefaultSensors();
-  });
-  HoldPoint building;
-  host::FailVectorGrowth([&, held = false]() mutable {
-    if (!is_fast() && !std::exchange(held, true)) {
-      building.Arrive();
-    }
-    return false;
-  });
-  std::string found_by_slow;
-  std::thread slow([&] { found_by_slow = Find(manager, 13, nullptr, 0); });
-  EXPECT_TRUE(building.AwaitArrival());
-  VersionedSensorInfo info = MustFind(13);
-  info.info.request_id = 9;
-  EXPECT_TRUE(manager.SetRequestId(info));
-  building.Release();
-  slow.join();
+  for (const auto& c : kCases) {
+    SensorInfoMgr list;
+    framework.SetSensorList(
+        [&](int) { return std::this_thread::get_id() == fast ? c.fast : c.slow; });
+    HoldPoint building;
+    host::FailVectorGrowth([&] {
+      if (std::this_thread::get_id() != fast) {
+        building.Arrive();
+      }
+      return false;
+    });
+    std::string found_by_slow;
+    std::thread slow([&] { found_by_slow = Find(list, 13, nullptr, 0); });
+    EXPECT_TRUE(building.AwaitArrival());
+    VersionedSensorInfo info;
+    const bool found = list.GetSensorInfo(info, 13, nullptr, 0);
+    info.info.request_id = 9;
+    EXPECT_EQ(found, found && list.SetRequestId(info));
+    building.Release();
+    slow.join();
+    EXPECT_EQ(found ? "Flicker-t:13 p:0 r:9" : "Flicker-t:13 p:0 r:0", found_by_slow);
+    EXPECT_EQ(c.entries, log.Take());
+  }
   host::FailVectorGrowth({});
-  EXPECT_EQ("Flicker-t:13 p:0 r:9", found_by_slow) << "the request still runs";
-  EXPECT_THAT(log.Take(),
-              ElementsAre(Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
-                          Info("  Flicker-t:13 p:0 r:0"), Info("SensorInfo list has been set.")));
 }
 
 }  // namespace
