@@ -119,8 +119,8 @@ TEST_F(AllocationTest, RequestsCostNone) {
 TEST_F(AllocationTest, SampleCostsOneAtMost) {
   api->EnableAmbientLightSensor(nullptr, id, kContinuous);
   EXPECT_GE(1, Deliver(kRearContinuous, SpectralMessage(std::vector<float>(16, 1))));
-  EXPECT_GE(2, Deliver(kRearContinuous,
-                       EventChainMessage({{kSpectral, {1}}, {kSpectral}, {kIgnored}})));
+  EXPECT_GE(
+      2, Deliver(kRearContinuous, EventChainMessage({{kSpectral, {1}}, {kSpectral}, {kIgnored}})));
   EXPECT_EQ(17U, client.received);
   EXPECT_EQ(0, Deliver(kRearContinuous, StatusReply(3, 0)));
   EXPECT_EQ(0, Deliver(kRearContinuous, SettingReply(RlsAccess::kRead, RlsCommand::kGain)));

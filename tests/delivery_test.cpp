@@ -48,10 +48,9 @@ class TeardownTest : public ::testing::Test {
 
   void Enable(const DataWay& way) {
     uint32_t& id = ids[way.handle];
-    EXPECT_EQ(HylErr::kOk,
-              way == kFlickerData
-                  ? api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, id)
-                  : api->EnableAmbientLightSensor(way.name, id, kContinuous));
+    EXPECT_EQ(HylErr::kOk, way == kFlickerData
+                               ? api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, id)
+                               : api->EnableAmbientLightSensor(way.name, id, kContinuous));
   }
   void Disable(const DataWay& way) {
     EXPECT_EQ(HylErr::kOk, way == kFlickerData ? api->DisableFlickerSensor(ids[way.handle])
@@ -278,9 +277,8 @@ TEST_P(DestroyTest, WaitsForADeliveryThatHasBegun) {
 }
 
 TEST_P(DestroyTest, InsideACallbackWaitsForOthers) {
-  ExpectToWait(kFlickerData, [&] {
-    DeliverWith(kRearSample, [&] { HylSpectralApi::Destroy(&api); });
-  });
+  ExpectToWait(kFlickerData,
+               [&] { DeliverWith(kRearSample, [&] { HylSpectralApi::Destroy(&api); }); });
 }
 
 TEST_F(TeardownTest, SendsNothingAndReleasesTheApiLast) {

@@ -210,12 +210,10 @@ struct Sweep {
   Fault fault;
 };
 
-constexpr Sweep kSweeps[] = {{"Refused", Fault::kRefused},
-                             {"ReplyDoubled", Fault::kReplyDoubled},
-                             {"ReplyLate", Fault::kReplyLate},
-                             {"ReplyInWay", Fault::kReplyInWay},
-                             {"ReplyLost", Fault::kReplyLost},
-                             {"ReplyUnknown", Fault::kReplyUnknown}};
+constexpr Sweep kSweeps[] = {
+    {"Refused", Fault::kRefused},     {"ReplyDoubled", Fault::kReplyDoubled},
+    {"ReplyLate", Fault::kReplyLate}, {"ReplyInWay", Fault::kReplyInWay},
+    {"ReplyLost", Fault::kReplyLost}, {"ReplyUnknown", Fault::kReplyUnknown}};
 
 class FailureSweepTest : public ::testing::TestWithParam<Sweep> {
  protected:

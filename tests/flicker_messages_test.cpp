@@ -101,9 +101,8 @@ TEST_F(FlickerMessagesTest, WithoutASessionAllIsDropped) {
   framework.Deliver(kFlicker, FlickerDataMessage({}));
   EXPECT_THAT(
       log.Take(),
-      ElementsAre(
-          Warning("Can't find session for cookie:10a00000d to handle flicker format msg!"),
-          Warning("Can't find session for cookie:10a00000d to handle flicker data msg!")));
+      ElementsAre(Warning("Can't find session for cookie:10a00000d to handle flicker format msg!"),
+                  Warning("Can't find session for cookie:10a00000d to handle flicker data msg!")));
   EXPECT_THAT(client.TakeFlicker(), IsEmpty());
 }
 

@@ -85,8 +85,18 @@ TEST_F(SensorControlTest, ChangeThatFails) {
     std::vector<std::string> requests;
     bool runs_on;
   } kCases[] = {
-      {0, 0, HylErr::kInvalidArgument, {Error("Change-ALS: Invalid reporting mode (0)!")}, {}, true},
-      {3, 0, HylErr::kInvalidArgument, {Error("Change-ALS: Invalid reporting mode (3)!")}, {}, true},
+      {0,
+       0,
+       HylErr::kInvalidArgument,
+       {Error("Change-ALS: Invalid reporting mode (0)!")},
+       {},
+       true},
+      {3,
+       0,
+       HylErr::kInvalidArgument,
+       {Error("Change-ALS: Invalid reporting mode (3)!")},
+       {},
+       true},
       {1, 0, HylErr::kOk, {}, {}, true},
       {2, 1, HylErr{3}, {Error("Change-ALS: InvokeAsyncServiceCall err:  3!")}, {stop}, true},
       {2, 2, HylErr{3}, {Error("Change-ALS: start err:  3!")}, {stop, start}, false},
@@ -121,15 +131,13 @@ TEST_F(SensorControlTest, DisableThatIsRefused) {
   const uint32_t id = Enable("Rear");
   log.Take();
   framework.RefuseInvoke(1, HylErr{3});
-  framework.SetHook([&](const FrameworkCall&) {
-    EXPECT_STREQ("", instance->GetSensorName(id).c_str());
-  });
+  framework.SetHook(
+      [&](const FrameworkCall&) { EXPECT_STREQ("", instance->GetSensorName(id).c_str()); });
   EXPECT_EQ(HylErr{3}, instance->DisableAmbientLightSensor(id));
   framework.SetHook({});
-  EXPECT_THAT(
-      log.Take(),
-      ElementsAre(Error(Text("Cannot determine sensor name, no session-id:%u", id)),
-                  Error("Failed to stop sensor 'Rear ALS'-1012:0(167773172@v1) (err:3)")));
+  EXPECT_THAT(log.Take(),
+              ElementsAre(Error(Text("Cannot determine sensor name, no session-id:%u", id)),
+                          Error("Failed to stop sensor 'Rear ALS'-1012:0(167773172@v1) (err:3)")));
   EXPECT_NE(id, Enable("Rear"));
 }
 

@@ -22,8 +22,9 @@ struct Bench {
   }
   void Refuse(int request, OperationKind kind) {
     framework.RefuseInvoke(request, HylErr{3});
-    EXPECT_EQ(HylErr{3}, kind == kChange ? api().ChangeAmbientLightSensorReporting(session, kOnChange)
-                                         : api().DisableAmbientLightSensor(session));
+    EXPECT_EQ(HylErr{3}, kind == kChange
+                             ? api().ChangeAmbientLightSensorReporting(session, kOnChange)
+                             : api().DisableAmbientLightSensor(session));
   }
 
   LogCapture log;
@@ -41,8 +42,7 @@ void CreateIt(Bench& bench) {
 void Unconnected(Bench& bench) {
   bench.framework.FailCreate(1);
   bench.Create();
-  EXPECT_THAT(bench.log.Take(),
-              ::testing::ElementsAre(Error("Failed to create HYL API instance")));
+  EXPECT_THAT(bench.log.Take(), ::testing::ElementsAre(Error("Failed to create HYL API instance")));
 }
 void NothingOptical(Bench& bench) {
   bench.framework.SetSensorList({MakeEntry(kListMarker, "x")});
@@ -95,8 +95,8 @@ struct OfSession {
 struct State : OfSession {
   const char* name_of_state;
   void (*prepare)(Bench&);
-  Outcome look_up;                     ///< of the operations that just look for sensors
-  Outcome enable_light;                ///< of the rear sensor, on change
+  Outcome look_up;       ///< of the operations that just look for sensors
+  Outcome enable_light;  ///< of the rear sensor, on change
   Outcome enable_flicker;
   Outcome setting;                     ///< any
   std::optional<DataWay> inside = {};  ///< the operation is called inside this callback
@@ -111,10 +111,9 @@ constexpr Outcome kRuns{HylErr::kAlreadyRunning,
                         "Cannot start sensor 'Rear ALS'-12:0, already running"};
 constexpr Outcome kStreams{HylErr::kAlreadyRunning,
                            "Cannot start sensor 'Flicker'-13:0, already running"};
-constexpr OfSession kNone{
-    {HylErr::kNotFound, "Cannot determine sensor name, no session-id:%d"},
-    {HylErr::kNotFound, "Change-ALS: Cannot find session for id (%u)"},
-    {HylErr::kNotFound, "Cannot disable sensor, no session-id:%d"}};
+constexpr OfSession kNone{{HylErr::kNotFound, "Cannot determine sensor name, no session-id:%d"},
+                          {HylErr::kNotFound, "Change-ALS: Cannot find session for id (%u)"},
+                          {HylErr::kNotFound, "Cannot disable sensor, no session-id:%d"}};
 constexpr OfSession kOpen{kDone, kDone, kDone};
 constexpr OfSession kStopped{
     {HylErr::kNotFound},

@@ -20,7 +20,8 @@ struct Field {
   uint64_t value;
 };
 
-/// A request of `size` bytes, without its table pointer: its lead byte, and zero but for the fields.
+/// A request of `size` bytes, without its table pointer: its lead byte, and zero but for the
+/// fields.
 inline std::vector<uint8_t> RequestBytes(size_t size, std::vector<Field> fields) {
   std::vector<uint8_t> bytes(size);
   fields.push_back({8, 1, 1});

@@ -21,8 +21,7 @@ struct Outs {
   friend bool operator==(const Outs& a, const Outs& b) {
     return a.flag == b.flag && a.byte == b.byte && a.half == b.half && a.word == b.word &&
            a.uid == b.uid && a.gain == b.gain && a.metrics.metric0 == b.metrics.metric0 &&
-           a.metrics.metric1 == b.metrics.metric1 &&
-           a.metrics.saturation == b.metrics.saturation &&
+           a.metrics.metric1 == b.metrics.metric1 && a.metrics.saturation == b.metrics.saturation &&
            a.metrics.metric_byte == b.metrics.metric_byte;
   }
 };
