@@ -1,10 +1,8 @@
-#include "completion.h"
-
 #include <algorithm>
+#include <set>
 
 #include "client.h"
-#include "sensors.h"
-#include "setting_text.h"
+#include "command.h"
 #include "settings.h"
 
 namespace hyl::v2::tool {
@@ -12,40 +10,27 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-bool IsOption(const std::string& word) {
-  return word.starts_with("-");
-}
-
-/// What stands before the word that is to be completed.
-struct Place {
-  CLI::App* command;           // the program where no command has been named
-  const CLI::Option* waiting;  // the option whose value is next; null if none
-  Words arguments;
-};
-
-/// The program itself where there is no such command.
-CLI::App* CommandNamed(CLI::App& app, const std::string& name) {
-  const auto found =
-      app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
-  return found.empty() ? &app : found.front();
-}
-
-Place PlaceAfter(CLI::App& app, const Words& words) {
-  Place place = {&app, nullptr, {}};
-  for (auto word = words.begin(); word + 1 != words.end(); ++word) {
-    if (place.waiting != nullptr) {
-      place.waiting = nullptr;
-    } else if (IsOption(*word)) {
-      const CLI::Option* option = place.command->get_option_no_throw(*word);
-      option = option != nullptr ? option : app.get_option_no_throw(*word);
-      place.waiting = option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
-    } else if (place.command != &app) {
-      place.arguments.push_back(*word);
-    } else {
-      place.command = CommandNamed(app, *word);
-    }
+/// The option of that name that takes a value; null where there is none.
+const CLI::Option* ValueOption(const CLI::App& command, const std::string& name) {
+  const CLI::Option* option = command.get_option_no_throw(name);
+  if (option == nullptr && command.get_parent() != nullptr) {
+    option = command.get_parent()->get_option_no_throw(name);
   }
-  return place;
+  return option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
+}
+
+/// The words from `begin` to `end` that are neither options nor their values.
+template <typename Iterator>
+Words ArgumentsBetween(const CLI::App& command, Iterator begin, Iterator end) {
+  Words arguments;
+  bool is_value = false;
+  for (auto word = begin; word != end; ++word) {
+    if (!is_value && !word->starts_with("-")) {
+      arguments.push_back(*word);
+    }
+    is_value = !is_value && ValueOption(command, *word) != nullptr;
+  }
+  return arguments;
 }
 
 Words SettingNames(SettingAccess Setting::*direction, const char* end) {
@@ -58,39 +43,21 @@ Words SettingNames(SettingAccess Setting::*direction, const char* end) {
   return names;
 }
 
-/// The words of a list such as "on|off"; none of what stands for a value.
+/// The words of a list such as "on|off"; none of what is a value's name.
 Words Choices(const std::string& list) {
-  if (list.find('|') == std::string::npos || list.starts_with("FILE")) {
-    return {};
-  }
-  return Split(list, '|');
+  return list.find('|') == std::string::npos ? Words() : CLI::detail::split(list, '|');
 }
 
-Words ValuesOf(const CLI::Option& option) {
-  return option.check_lname("set") ? SettingNames(&Setting::write, "=")
-                                   : Choices(option.get_type_name());
-}
-
-Words OptionNames(const CLI::App& command, const CLI::App& app) {
-  Words names;
-  for (const CLI::App* const owner : {&command, &app}) {
+Words OptionNames(const CLI::App& command) {
+  std::set<std::string> names;
+  for (const CLI::App* owner = &command; owner != nullptr; owner = owner->get_parent()) {
     for (const CLI::Option* const option : owner->get_options()) {
       for (const std::string& name : option->get_lnames()) {
-        names.push_back("--" + name);
+        names.insert("--" + name);
       }
     }
   }
-  std::sort(names.begin(), names.end());
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  return names;
-}
-
-Words CommandNames(const CLI::App& app) {
-  Words names;
-  for (const CLI::App* const command : app.get_subcommands({})) {
-    names.push_back(command->get_name());
-  }
-  return names;
+  return {names.begin(), names.end()};
 }
 
 Words SensorNames(OpticalSensorType type) {
@@ -106,38 +73,46 @@ Words SettingArguments(SettingAccess Setting::*direction, const Words& arguments
   if (arguments.empty()) {
     return SettingNames(direction, "");
   }
-  const std::vector<SettingArgument>& wanted = (FindSetting(arguments[0]).*direction).arguments;
+  const auto wanted = (FindSetting(arguments[0], direction).*direction).Arguments();
   return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
 }
 
-Words ArgumentWords(const std::string& command, const Words& arguments) {
+/// What can follow the arguments that a command has been given.
+Words NextArguments(const std::string& command, const Words& arguments) {
   if (command == "get" || command == "set") {
     return SettingArguments(command == "get" ? &Setting::read : &Setting::write, arguments);
   }
-  if (command == "stream" && arguments.empty()) {
-    return SensorNames(OpticalSensorType::kAmbientLight);
+  if (!arguments.empty() || command == "list") {
+    return {};
   }
-  if (command == "flicker" && arguments.empty()) {
-    return SensorNames(OpticalSensorType::kFlicker);
-  }
-  return {};
+  return SensorNames(command == "stream" ? OpticalSensorType::kAmbientLight
+                                         : OpticalSensorType::kFlicker);
 }
 
-Words AllThatFit(CLI::App& app, const Words& words) {
-  const Place place = PlaceAfter(app, words);
-  if (place.waiting != nullptr) {
-    return ValuesOf(*place.waiting);
+Words AllThatFit(const CLI::App& app, const Words& words) {
+  Words commands;
+  for (const CLI::App* const command : app.get_subcommands({})) {
+    commands.push_back(command->get_name());
   }
-  if (IsOption(words.back())) {
-    return OptionNames(*place.command, app);
+  const auto last = words.end() - 1;
+  const auto named = std::find_first_of(words.begin(), last, commands.begin(), commands.end());
+  const CLI::App& command = named == last ? app : *app.get_subcommand(*named);
+  if (words.size() > 1) {
+    if (const CLI::Option* const option = ValueOption(command, *(last - 1))) {
+      return option->check_lname("set") ? SettingNames(&Setting::write, "=")
+                                        : Choices(option->get_type_name());
+    }
   }
-  return place.command == &app ? CommandNames(app)
-                               : ArgumentWords(place.command->get_name(), place.arguments);
+  if (last->starts_with("-")) {
+    return OptionNames(command);
+  }
+  return named == last ? commands
+                       : NextArguments(*named, ArgumentsBetween(command, named + 1, last));
 }
 
 }  // namespace
 
-Words Completions(CLI::App& app, const Words& words) {
+Words Completions(const CLI::App& app, const Words& words) {
   Words completions = AllThatFit(app, words);
   std::erase_if(completions,
                 [&](const std::string& word) { return !word.starts_with(words.back()); });

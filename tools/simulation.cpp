@@ -1,15 +1,11 @@
 #include "simulation.h"
 
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <android-base/stringprintf.h>
+#include <fmt/format.h>
 #include <hyl/host/hub_settings.h>
 #include <hyl/host/simulated_hub.h>
 
-#include "context.h"
-#include "options.h"
+#include "command.h"
+#include "errors.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -17,53 +13,51 @@ namespace {
 using host::LightKind;
 using host::LightScene;
 
-constexpr Choice kScenes[] = {{"daylight", static_cast<int>(LightKind::kDaylight)},
-                              {"warm-led", static_cast<int>(LightKind::kWarmLed)},
-                              {"fluorescent", static_cast<int>(LightKind::kFluorescent)},
-                              {"dark", static_cast<int>(LightKind::kDark)}};
+constexpr const char* kGroup = "Simulated sensors";
 
-constexpr Choice kMains[] = {{"50", 50}, {"60", 60}};
-
-/// Adds an option that changes one field of the hub's scene.
+/// Changes one field of the hub's scene.
 template <typename T>
-CLI::Option* AddSceneOption(CLI::App& app, const char* name, T LightScene::*field,
-                            const char* help) {
-  const auto change = [field](const T& value) {
+auto ChangeScene(T LightScene::*field) {
+  return [field](const T& value) {
     host::SimulatedHub& hub = host::SimulatedHub::Instance();
     LightScene scene = hub.Scene();
     scene.*field = value;
     hub.SetScene(scene);
   };
-  return app.add_option_function<T>(name, change, help)->group("Simulated sensors");
 }
 
 }  // namespace
 
 void AddSceneOptions(CLI::App& app) {
-  AddSceneOption(app, "--scene", &LightScene::kind,
-                 "the light that they see; daylight unless given")
-      ->type_name(JoinNames(kScenes, "|"))
-      ->transform(OneOf(kScenes));
-  AddSceneOption(app, "--lux", &LightScene::illuminance_lux, "its level in lux; 500 unless given")
+  AddChoice<LightKind>(app, "--scene",
+                       {{"daylight", LightKind::kDaylight},
+                        {"warm-led", LightKind::kWarmLed},
+                        {"fluorescent", LightKind::kFluorescent},
+                        {"dark", LightKind::kDark}},
+                       ChangeScene(&LightScene::kind),
+                       "the light that they see; daylight unless given")
+      ->group(kGroup);
+  app.add_option_function<double>("--lux", ChangeScene(&LightScene::illuminance_lux),
+                                  "its level in lux; 500 unless given")
       ->type_name("LUX")
-      ->check(NumberWithin(0, 200000));
-  AddSceneOption(app, "--mains", &LightScene::mains_hz, "mains frequency in Hz; 50 unless given")
-      ->type_name("50|60")
-      ->transform(OneOf(kMains));
+      ->check(NumberWithin(0, 200000))
+      ->group(kGroup);
+  AddChoice<double>(app, "--mains", {{"50", 50}, {"60", 60}}, ChangeScene(&LightScene::mains_hz),
+                    "mains frequency in Hz; 50 unless given")
+      ->group(kGroup);
 }
 
 std::string SimulatedRangesHelp() {
-  using android::base::StringPrintf;
-  return StringPrintf(
+  return fmt::format(
              "The simulated sensors take, and move other values to the nearest of these:\n"
-             "  exposure-time    %u to %u us in steps of %u; %u at first\n"
-             "  sampling-period  %u to %u us in steps of %u\n",
+             "  exposure-time    {} to {} us in steps of {}; {} at first\n"
+             "  sampling-period  {} to {} us in steps of {}\n",
              host::kMinExposureUs, host::kMaxExposureUs, host::kExposureStepUs,
              host::kDefaultExposureUs, host::kMinSamplingPeriodUs, host::kMaxSamplingPeriodUs,
              host::kSamplingPeriodStepUs) +
-         StringPrintf(
-             "  gain             A %u ambient light, %u flicker; GAIN a power of two, %g to %g\n"
-             "  flicker-channel  A 0 to %u, the channel as stream numbers it; B has no effect\n"
+         fmt::format(
+             "  gain             A {} ambient light, {} flicker; GAIN a power of two, {} to {}\n"
+             "  flicker-channel  A 0 to {}, the channel as stream numbers it; B has no effect\n"
              "  flicker-pedestal in 1/256 of full scale\n",
              host::kGainOfSpectral, host::kGainOfFlicker, host::kMinGain, host::kMaxGain,
              host::kMaxFlickerChannel);

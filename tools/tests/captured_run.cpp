@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "application.h"
+#include "command.h"
 
 namespace hyl::v2::tool {
 namespace {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "file_descriptor.h"
+#include "terminal.h"
 
 namespace hyl::v2::tool {
 

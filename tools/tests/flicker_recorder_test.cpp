@@ -1,4 +1,4 @@
-#include "flicker_recorder.h"
+#include "flicker_analysis.h"
 
 #include <numeric>
 #include <vector>
@@ -34,8 +34,8 @@ TEST_F(FlickerRecorderTest, JoinsBlocksThatFollowEachOther) {
   Add(0, kBlock, true);
   Add(240);
   EXPECT_THAT(recorder_.Stretch(), testing::ElementsAreArray(Numbered(0, 480)));
-  EXPECT_EQ(recorder_.samples(), 480U);
-  EXPECT_EQ(recorder_.gaps(), 0U);
+  EXPECT_EQ(recorder_.counts().samples, 480U);
+  EXPECT_EQ(recorder_.counts().gaps, 0U);
 }
 
 TEST_F(FlickerRecorderTest, KeepsTheNewestOfALongStretch) {
@@ -48,9 +48,9 @@ TEST_F(FlickerRecorderTest, KeepsTheNewestOfALongStretch) {
 TEST_F(FlickerRecorderTest, CountsAGapAndItsSamples) {
   Add(0);
   Add(720);
-  EXPECT_EQ(recorder_.gaps(), 1U);
-  EXPECT_EQ(recorder_.lost_samples(), 480U);
-  EXPECT_EQ(recorder_.samples(), 480U);
+  EXPECT_EQ(recorder_.counts().gaps, 1U);
+  EXPECT_EQ(recorder_.counts().lost, 480U);
+  EXPECT_EQ(recorder_.counts().samples, 480U);
 }
 
 TEST_F(FlickerRecorderTest, GivesTheLongestStretch) {
@@ -65,8 +65,8 @@ TEST_F(FlickerRecorderTest, GivesTheLongestStretch) {
 TEST_F(FlickerRecorderTest, FollowsNumbersThatWrap) {
   Add(0xFFFFFFFF - 239);
   Add(0);
-  EXPECT_EQ(recorder_.gaps(), 0U);
-  EXPECT_EQ(recorder_.steps_back(), 0U);
+  EXPECT_EQ(recorder_.counts().gaps, 0U);
+  EXPECT_EQ(recorder_.counts().steps_back, 0U);
   EXPECT_THAT(recorder_.Stretch(), SizeIs(480));
 }
 
@@ -74,8 +74,8 @@ TEST_F(FlickerRecorderTest, TakesSmallStepsForEstimates) {
   Add(0);
   Add(240 + 30);
   Add(510 - 30);
-  EXPECT_EQ(recorder_.gaps(), 0U);
-  EXPECT_EQ(recorder_.steps_back(), 0U);
+  EXPECT_EQ(recorder_.counts().gaps, 0U);
+  EXPECT_EQ(recorder_.counts().steps_back, 0U);
   EXPECT_THAT(recorder_.Stretch(), SizeIs(720));
 }
 
@@ -83,8 +83,8 @@ TEST_F(FlickerRecorderTest, CountsARepeatedBlockAsAStepBack) {
   Add(0);
   Add(240);
   Add(240);
-  EXPECT_EQ(recorder_.steps_back(), 1U);
-  EXPECT_EQ(recorder_.gaps(), 0U);
+  EXPECT_EQ(recorder_.counts().steps_back, 1U);
+  EXPECT_EQ(recorder_.counts().gaps, 0U);
   EXPECT_THAT(recorder_.Stretch(), SizeIs(480));
 }
 
@@ -94,7 +94,7 @@ TEST_F(FlickerRecorderTest, JoinsBlocksWithoutNumbers) {
   for (int block = 0; block < 4; ++block) {
     Add(0);
   }
-  EXPECT_EQ(recorder_.steps_back(), 1U);
+  EXPECT_EQ(recorder_.counts().steps_back, 1U);
   EXPECT_THAT(recorder_.Stretch(), SizeIs(960));
 }
 
@@ -111,7 +111,7 @@ TEST_F(FlickerRecorderTest, LeavesOutLevelsThatALossShifted) {
   Add(720, kBlock, true);  // whose levels do not follow on
   Add(960);
   Add(1200);
-  EXPECT_EQ(recorder_.gaps(), 1U);
+  EXPECT_EQ(recorder_.counts().gaps, 1U);
   EXPECT_THAT(recorder_.Stretch(), testing::ElementsAreArray(Numbered(720, 720)));
 }
 
@@ -120,10 +120,10 @@ TEST_F(FlickerRecorderTest, ForgetsSamplesAndKeepsCounts) {
   Add(480);
   recorder_.ForgetSamples();
   EXPECT_THAT(recorder_.Stretch(), SizeIs(0));
-  EXPECT_EQ(recorder_.samples(), 0U);
-  EXPECT_EQ(recorder_.gaps(), 1U);
+  EXPECT_EQ(recorder_.counts().samples, 0U);
+  EXPECT_EQ(recorder_.counts().gaps, 1U);
   Add(720, 2);
-  EXPECT_EQ(recorder_.gaps(), 1U);
+  EXPECT_EQ(recorder_.counts().gaps, 1U);
   EXPECT_THAT(recorder_.Stretch(), ElementsAre(720, 721));
 }
 

@@ -169,8 +169,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"EmptySensor", "stream  --count 1", 2, "must not be empty"},
                     FaultCase{"TwoSensors", "stream rear front", 2, "front"},
                     FaultCase{"UnknownOption", "stream rear --colour", 2, "--colour"},
-                    FaultCase{"UnknownFormat", "stream rear --format xml", 2, "text, json, csv"},
-                    FaultCase{"UnknownMode", "stream rear --mode off", 2, "continuous, on-change"},
+                    FaultCase{"UnknownFormat", "stream rear --format xml", 2, "text,json,csv"},
+                    FaultCase{"UnknownMode", "stream rear --mode off", 2, "continuous,on-change"},
                     FaultCase{"NoSamples", "stream rear --count 0", 2, "--count"},
                     FaultCase{"HalfASample", "stream rear --count 1.5", 2, "--count"},
                     FaultCase{"NegativeTime", "stream rear --seconds -1", 2, "--seconds"},
@@ -417,15 +417,15 @@ TEST_F(FlickerTest, SaysThatTheBufferIsTooSmall) {
   EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("--buffer")));
 }
 
-class SettingsTest : public ToolTest {};
+class GetAndSetTest : public ToolTest {};
 
-TEST_F(SettingsTest, AreReadAndWritten) {
+TEST_F(GetAndSetTest, AreReadAndWritten) {
   EXPECT_THAT(RunCaptured("get --all").out,
               AllOf(HasSubstr("spectral-auto-gain             on\n"), HasSubstr("device-uid")));
   EXPECT_EQ(RunCaptured("set torch on --format json").out,
             "{\"setting\":\"torch\",\"sent\":true}\n");
   EXPECT_EQ(RunCaptured("set gain 0 3.9 --format json").out,
-            "{\"setting\":\"gain\",\"applied\":4}\n");
+            "{\"setting\":\"gain\",\"applied\":4.0}\n");
   EXPECT_EQ(RunCaptured("set spectral-auto-gain off").code, 0);
   EXPECT_EQ(RunCaptured("get spectral-auto-gain --format json").out,
             "{\"spectral-auto-gain\":false}\n");
@@ -434,7 +434,7 @@ TEST_F(SettingsTest, AreReadAndWritten) {
   EXPECT_EQ(RunCaptured("get register 0x21").out, "register                       0x7F\n");
 }
 
-TEST_F(SettingsTest, AreSaidToEndWithTheCommand) {
+TEST_F(GetAndSetTest, AreSaidToEndWithTheCommand) {
   EXPECT_THAT(RunCaptured("set torch on").err, AllOf(IsOneLine(), HasSubstr("lose this setting")));
 }
 
@@ -510,7 +510,10 @@ class PictureTest : public ToolTest {
     ASSERT_NE(mkdtemp(name.data()), nullptr);
     folder_ = name;
   }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
+  void TearDown() override {
+    std::filesystem::current_path("/");
+    std::filesystem::remove_all(folder_);
+  }
 
   std::string PlotOption(const char* file) const { return " --plot " + (folder_ / file).string(); }
   size_t Files() const {
