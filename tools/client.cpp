@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <iterator>
 #include <new>
 #include <utility>
 
@@ -29,27 +28,28 @@ int MillisecondsUntil(double until) {
 }
 
 Failure UnknownName(OpticalSensorType type, const std::string& name,
-                    const std::vector<Sensor>& sensors) {
-  std::string names;
-  for (const Sensor& sensor : sensors) {
-    names += fmt::format("{}'{}'", names.empty() ? "" : ", ", sensor.name);
-  }
+                    const std::vector<std::string>& names) {
   return Failure(ExitCode::kNotFound,
-                 fmt::format("no {} sensor has a name that begins with '{}'; choose one of {}",
-                             TypeName(type), name, names));
+                 fmt::format("no {} sensor has a name that begins with '{}'; choose one of '{}'",
+                             TypeName(type), name, fmt::join(names, "', '")));
 }
 
 }  // namespace
 
-std::vector<Sensor> SensorsOf(HylSpectralApi& api, OpticalSensorType type) {
-  const Vector<HylString> names = type == OpticalSensorType::kFlicker
-                                      ? api.GetFlickerSensorNames()
-                                      : api.GetAmbientLightSensorNames();
-  std::vector<Sensor> sensors;
-  for (const HylString& name : names) {
-    sensors.push_back({name.c_str(), api.IsSensorSupported(type, name.c_str())});
+Client Connect(HylSpectralApiCallbackInterface* receiver) {
+  HylSpectralApi* api = nullptr;
+  HylSpectralApi::Create(&api, receiver, HylLogLevel::kWarning);
+  return Client(api);
+}
+
+std::vector<std::string> SensorNames(HylSpectralApi& api, OpticalSensorType type) {
+  std::vector<std::string> names;
+  for (const HylString& name : type == OpticalSensorType::kFlicker
+                                   ? api.GetFlickerSensorNames()
+                                   : api.GetAmbientLightSensorNames()) {
+    names.emplace_back(name.c_str());
   }
-  return sensors;
+  return names;
 }
 
 const char* TypeName(OpticalSensorType type) {
@@ -65,9 +65,9 @@ Failure NoSensors(const char* kind) {
 }
 
 void AddRunOptions(CLI::App& command, RunOptions& options) {
-  const CLI::Validator not_empty(
-      [](const std::string& text) { return text.empty() ? "must not be empty" : std::string(); },
-      "");
+  const auto not_empty = [](const std::string& text) {
+    return text.empty() ? "must not be empty" : std::string();
+  };
   command
       .add_option("SENSOR", options.sensor,
                   "its name, or the beginning of it; the first listed unless given")
@@ -76,19 +76,17 @@ void AddRunOptions(CLI::App& command, RunOptions& options) {
       .add_option("--set", options.assignments, "write a setting first; can be given several times")
       ->type_name("NAME=VALUE[,VALUE]")
       ->allow_extra_args(false);
-  command.add_option("--seconds", options.seconds, "end after S seconds; without it, on Ctrl-C")
-      ->type_name("S")
-      ->check(NumberWithin(0.001, kMaxSeconds));
-  command
-      .add_option("--timeout", options.timeout,
-                  "give up after S seconds without data; 5 unless given")
-      ->type_name("S")
-      ->check(NumberWithin(0.001, kMaxSeconds));
+  TakeNumber(command.add_option("--seconds", options.seconds,
+                                "end after S seconds; without it, on Ctrl-C"),
+             "S", 0.001, kMaxSeconds);
+  TakeNumber(command.add_option("--timeout", options.timeout,
+                                "give up after S seconds without data; 5 unless given"),
+             "S", 0.001, kMaxSeconds);
 }
 
 std::optional<Panel> PanelOf(const Context& context) {
   // A log on the same screen would fall between the lines that are drawn again.
-  const bool draws = context.format == Format::kText && !context.verbose;
+  const bool draws = context.format == "text" && !context.verbose;
   return draws ? Panel::On(context.out) : std::nullopt;
 }
 
@@ -98,23 +96,23 @@ SensorRun::SensorRun(const Context& context, OpticalSensorType type, const RunOp
       type_(type),
       filled_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       writes_(ParseAssignments(options.assignments)),
-      client_(this) {
+      client_(Connect(this)) {
   if (filled_.get() < 0) {
     throw Failure(ExitCode::kInternal, "cannot make a queue; close some files, then try again");
   }
-  WriteSettings(client_.api(), writes_, type);
+  WriteSettings(*client_, writes_, type);
   // Asked before the start, so that a missing framework is waited for once.
-  const std::vector<Sensor> sensors = SensorsOf(client_.api(), type);
-  if (sensors.empty()) {
+  const std::vector<std::string> names = SensorNames(*client_, type);
+  if (names.empty()) {
     throw NoSensors(TypeName(type));
   }
-  const std::string& name = options.sensor.empty() ? sensors[0].name : options.sensor;
-  const HylErr result = enable(client_.api(), name.c_str(), session_id_);
+  const std::string& name = options.sensor.empty() ? names[0] : options.sensor;
+  const HylErr result = enable(*client_, name.c_str(), session_id_);
   if (result == HylErr::kNotFound) {
-    throw UnknownName(type, name, sensors);
+    throw UnknownName(type, name, names);
   }
   Require(result, fmt::format("cannot start '{}'", name));
-  sensor_ = client_.api().GetSensorName(session_id_).c_str();
+  sensor_ = client_->GetSensorName(session_id_).c_str();
 }
 
 SensorRun::~SensorRun() {
@@ -122,27 +120,25 @@ SensorRun::~SensorRun() {
 }
 
 RunEnd SensorRun::Pump(double seconds, double timeout, const Handle& handle) {
-  std::optional<RunEnd> end;
+  RunEnd end = RunEnd::kDone;
   const double time_up = Now() + seconds;
   double silent = Now() + timeout;
-  while (!end) {
+  bool wants_more = true;
+  while (wants_more && Now() < time_up) {
     if (!context_.out.Wait(filled_.get(), MillisecondsUntil(std::min(time_up, silent)))) {
       end = RunEnd::kInterrupted;
+      wants_more = false;
     } else if (const std::optional<Delivery> delivery = Pop()) {
       silent = Now() + timeout;
-      if (!handle(*delivery)) {
-        end = RunEnd::kDone;
-      }
+      wants_more = handle(*delivery);
       context_.out.Flush();
-    }
-    if (!end && Now() >= time_up) {
-      end = RunEnd::kDone;
-    } else if (!end && Now() >= silent) {
+    } else if (Now() >= silent) {
       end = RunEnd::kSilent;
+      wants_more = false;
     }
   }
   Require(Stop(), fmt::format("cannot stop '{}'", sensor_));
-  return *end;
+  return end;
 }
 
 void SensorRun::Finish(RunEnd end) {
@@ -210,8 +206,8 @@ HylErr SensorRun::Stop() {
   if (session_id == 0) {
     return HylErr::kOk;
   }
-  return type_ == OpticalSensorType::kFlicker ? client_.api().DisableFlickerSensor(session_id)
-                                              : client_.api().DisableAmbientLightSensor(session_id);
+  return type_ == OpticalSensorType::kFlicker ? client_->DisableFlickerSensor(session_id)
+                                              : client_->DisableAmbientLightSensor(session_id);
 }
 
 }  // namespace hyl::v2::tool

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -37,31 +37,17 @@ struct FlickerBlock {
 
 using Delivery = std::variant<SpectralSample, FlickerBlock>;
 
-/// An instance of the library.
-class Client {
- public:
-  explicit Client(HylSpectralApiCallbackInterface* receiver = nullptr) {
-    HylSpectralApi::Create(&api_, receiver, HylLogLevel::kWarning);
-  }
-  Client(const Client&) = delete;
-  Client& operator=(const Client&) = delete;
-  /// Waits for deliveries in progress.
-  ~Client() { HylSpectralApi::Destroy(&api_); }
-
-  HylSpectralApi& api() { return *api_; }
-
- private:
-  HylSpectralApi* api_ = nullptr;
+struct DestroyClient {
+  void operator()(HylSpectralApi* api) const { HylSpectralApi::Destroy(&api); }
 };
 
-/// A listed sensor.
-struct Sensor {
-  std::string name;
-  bool supported;
-};
+/// An instance of the library. Its end waits for deliveries in progress.
+using Client = std::unique_ptr<HylSpectralApi, DestroyClient>;
 
-/// The sensors of one type, in the framework's order.
-std::vector<Sensor> SensorsOf(HylSpectralApi& api, OpticalSensorType type);
+Client Connect(HylSpectralApiCallbackInterface* receiver = nullptr);
+
+/// The names of the listed sensors of one type, in the framework's order.
+std::vector<std::string> SensorNames(HylSpectralApi& api, OpticalSensorType type);
 
 /// "ambient-light" or "flicker".
 const char* TypeName(OpticalSensorType type);
@@ -77,7 +63,6 @@ struct RunOptions {
   double timeout = 5;  ///< seconds of silence that are too long
 };
 
-/// Adds them to the command.
 void AddRunOptions(CLI::App& command, RunOptions& options);
 
 /// What to draw on; none where the samples are to be printed.
@@ -103,8 +88,6 @@ class SensorRun : private HylSpectralApiCallbackInterface {
   /// Writes the settings, then starts the sensor by `enable`. Throws Failure.
   SensorRun(const Context& context, OpticalSensorType type, const RunOptions& options,
             const Enable& enable);
-  SensorRun(const SensorRun&) = delete;
-  SensorRun& operator=(const SensorRun&) = delete;
   ~SensorRun() override;
 
   /// The sensor's whole name.
@@ -135,8 +118,8 @@ class SensorRun : private HylSpectralApiCallbackInterface {
   std::mutex mutex_;             // guards deliveries_ and dropped_
   std::deque<Delivery> deliveries_;
   uint64_t dropped_ = 0;
-  const std::vector<SettingWrite> writes_;  // read before the client looks for the framework
-  Client client_;                           // goes first: until then it may deliver
+  const std::vector<SettingCall> writes_;  // read before the client looks for the framework
+  Client client_;                          // goes first: until then it may deliver
 };
 
 }  // namespace hyl::v2::tool

@@ -13,7 +13,6 @@
 #include <CLI/Formatter.hpp>
 
 #include "errors.h"
-#include "simulation.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -21,11 +20,11 @@ namespace {
 /// Keeps a file that is opened later from taking the place of a closed standard stream. Writing to
 /// the stand-in fails as writing to a closed stream does.
 void FillStandardStreams() {
-  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    if (fcntl(fd, F_GETFD) < 0) {
-      open("/dev/null", O_RDONLY);
-    }
+  int fd = STDIN_FILENO;
+  while (fd >= 0 && fd <= STDERR_FILENO) {
+    fd = open("/dev/null", O_RDONLY);  // the lowest that is free
   }
+  close(fd);
 }
 
 /// Unless asked for, the log is silent: an error is one line, and that line is the tool's.
@@ -38,10 +37,9 @@ void SetLogLevel(bool verbose) {
 void AddCommandLine(CLI::App& app, Context& context) {
   app.set_version_flag("--version", "hyl-spectral " HYL_TOOL_VERSION);
   app.add_flag("-v,--verbose", context.verbose, "show the library's log on standard error");
-  AddChoice<Format>(
-      app, "--format", {{"text", Format::kText}, {"json", Format::kJson}, {"csv", Format::kCsv}},
-      [&](Format format) { context.format = format; },
-      "how to print; text unless given; csv for samples alone");
+  TakeOneOf(app.add_option("--format", context.format,
+                           "how to print; text unless given; csv for samples alone"),
+            "text|json|csv");
   AddSceneOptions(app);
   app.require_subcommand(1);
   app.fallthrough();
@@ -78,15 +76,6 @@ Failure UsageFailure(const CLI::App& app, const CLI::ParseError& error) {
                  fmt::format("{}; '{} --help' shows how it is used", fault, command));
 }
 
-/// For the shell: prints what the last word can become.
-void PrintCompletions(const CLI::App& app, const std::vector<std::string>& words, Output& out) {
-  SetLogLevel(false);
-  for (const std::string& word : Completions(app, words)) {
-    out.Add(word + "\n");
-  }
-  out.Flush();
-}
-
 void RunCommandLine(int argc, char** argv) {
   FillStandardStreams();
   Output out(STDOUT_FILENO);
@@ -94,7 +83,11 @@ void RunCommandLine(int argc, char** argv) {
   CLI::App app{"Shows and sets the optical sensors of this device.", "hyl-spectral"};
   AddCommandLine(app, context);
   if (argc > 2 && std::string_view(argv[1]) == "--complete") {
-    PrintCompletions(app, {argv + 2, argv + argc}, out);
+    SetLogLevel(false);
+    for (const std::string& word : Completions(app, {argv + 2, argv + argc})) {
+      out.Add(word + "\n");
+    }
+    out.Flush();
     return;
   }
   try {
@@ -116,7 +109,7 @@ int RunTool(int argc, char** argv) noexcept {
     // The reader has gone, or the user has had enough.
   } catch (const Failure& failure) {
     PrintNotice(failure.what());
-    code = failure.code();
+    code = failure.code;
   } catch (const std::exception& error) {
     PrintNotice(fmt::format("{}; free some memory, then try again", error.what()));
     code = ExitCode::kInternal;
@@ -125,19 +118,23 @@ int RunTool(int argc, char** argv) noexcept {
 }
 
 void RefuseCsv(const Context& context) {
-  if (context.format == Format::kCsv) {
+  if (context.format == "csv") {
     throw Failure(ExitCode::kUsage, "csv is for stream and flicker; choose text or json");
   }
 }
 
-CLI::Validator NumberWithin(double least, double most) {
+CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, double most) {
   const auto check = [=](const std::string& text) {
     double value = 0;
     // Written so that "nan" fails.
     const bool fits = CLI::detail::lexical_cast(text, value) && value >= least && value <= most;
     return fits ? "" : fmt::format("'{}' is not a number from {} to {}", text, least, most);
   };
-  return {check, ""};
+  return option->type_name(name)->check(check);
+}
+
+CLI::Option* TakeOneOf(CLI::Option* option, const std::string& words) {
+  return option->type_name(words)->check(CLI::IsMember(CLI::detail::split(words, '|')));
 }
 
 }  // namespace hyl::v2::tool

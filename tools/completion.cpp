@@ -10,35 +10,30 @@ namespace {
 
 using Words = std::vector<std::string>;
 
+/// The options that may be given with the command: its own and the program's.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& command) {
+  std::vector<const CLI::Option*> options = command.get_options();
+  if (command.get_parent() != nullptr) {
+    const auto others = command.get_parent()->get_options();
+    options.insert(options.end(), others.begin(), others.end());
+  }
+  return options;
+}
+
 /// The option of that name that takes a value; null where there is none.
 const CLI::Option* ValueOption(const CLI::App& command, const std::string& name) {
-  const CLI::Option* option = command.get_option_no_throw(name);
-  if (option == nullptr && command.get_parent() != nullptr) {
-    option = command.get_parent()->get_option_no_throw(name);
-  }
-  return option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
-}
-
-/// The words from `begin` to `end` that are neither options nor their values.
-template <typename Iterator>
-Words ArgumentsBetween(const CLI::App& command, Iterator begin, Iterator end) {
-  Words arguments;
-  bool is_value = false;
-  for (auto word = begin; word != end; ++word) {
-    if (!is_value && !word->starts_with("-")) {
-      arguments.push_back(*word);
+  for (const CLI::Option* const option : OptionsOf(command)) {
+    if (option->check_name(name) && option->get_items_expected_max() > 0) {
+      return option;
     }
-    is_value = !is_value && ValueOption(command, *word) != nullptr;
   }
-  return arguments;
+  return nullptr;
 }
 
-Words SettingNames(SettingAccess Setting::*direction, const char* end) {
+Words SettingNames(Direction direction, const char* end) {
   Words names;
-  for (const Setting& setting : AllSettings()) {
-    if ((setting.*direction).run != nullptr) {
-      names.push_back(setting.name + std::string(end));
-    }
+  for (const Setting* const setting : SettingsTo(direction)) {
+    names.push_back(setting->name + std::string(end));
   }
   return names;
 }
@@ -50,43 +45,29 @@ Words Choices(const std::string& list) {
 
 Words OptionNames(const CLI::App& command) {
   std::set<std::string> names;
-  for (const CLI::App* owner = &command; owner != nullptr; owner = owner->get_parent()) {
-    for (const CLI::Option* const option : owner->get_options()) {
-      for (const std::string& name : option->get_lnames()) {
-        names.insert("--" + name);
-      }
+  for (const CLI::Option* const option : OptionsOf(command)) {
+    for (const std::string& name : option->get_lnames()) {
+      names.insert("--" + name);
     }
   }
   return {names.begin(), names.end()};
 }
 
-Words SensorNames(OpticalSensorType type) {
-  Client client;
-  Words names;
-  for (const Sensor& sensor : SensorsOf(client.api(), type)) {
-    names.push_back(sensor.name);
-  }
-  return names;
-}
-
-Words SettingArguments(SettingAccess Setting::*direction, const Words& arguments) {
-  if (arguments.empty()) {
-    return SettingNames(direction, "");
-  }
-  const auto wanted = (FindSetting(arguments[0], direction).*direction).Arguments();
-  return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
-}
-
 /// What can follow the arguments that a command has been given.
 Words NextArguments(const std::string& command, const Words& arguments) {
   if (command == "get" || command == "set") {
-    return SettingArguments(command == "get" ? &Setting::read : &Setting::write, arguments);
+    const Direction direction = command == "get" ? &Setting::read : &Setting::write;
+    if (arguments.empty()) {
+      return SettingNames(direction, "");
+    }
+    const auto wanted = (SettingTo(direction, arguments[0]).*direction).Arguments();
+    return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
   }
   if (!arguments.empty() || command == "list") {
     return {};
   }
-  return SensorNames(command == "stream" ? OpticalSensorType::kAmbientLight
-                                         : OpticalSensorType::kFlicker);
+  return SensorNames(*Connect(), command == "stream" ? OpticalSensorType::kAmbientLight
+                                                     : OpticalSensorType::kFlicker);
 }
 
 Words AllThatFit(const CLI::App& app, const Words& words) {
@@ -97,17 +78,22 @@ Words AllThatFit(const CLI::App& app, const Words& words) {
   const auto last = words.end() - 1;
   const auto named = std::find_first_of(words.begin(), last, commands.begin(), commands.end());
   const CLI::App& command = named == last ? app : *app.get_subcommand(*named);
-  if (words.size() > 1) {
-    if (const CLI::Option* const option = ValueOption(command, *(last - 1))) {
-      return option->check_lname("set") ? SettingNames(&Setting::write, "=")
-                                        : Choices(option->get_type_name());
+  const CLI::Option* waiting = nullptr;  // the option whose value is next
+  Words arguments;
+  for (auto word = words.begin(); word != last; ++word) {
+    if (waiting == nullptr && word > named && !word->starts_with("-")) {
+      arguments.push_back(*word);
     }
+    waiting = waiting == nullptr ? ValueOption(command, *word) : nullptr;
+  }
+  if (waiting != nullptr) {
+    return waiting->check_lname("set") ? SettingNames(&Setting::write, "=")
+                                       : Choices(waiting->get_type_name());
   }
   if (last->starts_with("-")) {
     return OptionNames(command);
   }
-  return named == last ? commands
-                       : NextArguments(*named, ArgumentsBetween(command, named + 1, last));
+  return named == last ? commands : NextArguments(*named, arguments);
 }
 
 }  // namespace

@@ -3,20 +3,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <utility>
 
 #include <fmt/format.h>
-
-#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
 
-struct ExitCodeText {
-  ExitCode code;
-  const char* text;
-};
-
-constexpr ExitCodeText kExitCodeTexts[] = {
+constexpr std::pair<ExitCode, const char*> kExitCodeTexts[] = {
     {ExitCode::kOk, "done; also after Ctrl-C, or when the reader of a pipe has gone"},
     {ExitCode::kInternal, "memory, threads or files are used up"},
     {ExitCode::kUsage, "the command line is wrong"},
@@ -60,8 +54,8 @@ constexpr ResultText kFrameworkCode = {
 
 std::string ExitCodesHelp() {
   std::string help = "Exit codes:\n";
-  for (const ExitCodeText& entry : kExitCodeTexts) {
-    help += fmt::format("  {}  {}\n", static_cast<int>(entry.code), entry.text);
+  for (const auto& [code, text] : kExitCodeTexts) {
+    help += fmt::format("  {}  {}\n", static_cast<int>(code), text);
   }
   return help;
 }
@@ -81,6 +75,23 @@ void Require(HylErr result, const std::string& action) {
 void PrintNotice(const std::string& line) {
   // Where standard error cannot be written there is nobody to tell.
   static_cast<void>(std::fprintf(stderr, "hyl-spectral: %s\n", Printable(line).c_str()));
+}
+
+std::string Printable(std::string text) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto before = static_cast<unsigned char>(i > 0 ? text[i - 1] : ' ');
+    // Of UTF-8's controls beyond ASCII this is the second byte. Behind another it continues a
+    // letter.
+    const bool ends_control = before == 0xC2 && byte < 0xA0;
+    if (byte < 0x20 || byte == 0x7F || ends_control) {
+      text[i] = '?';
+    }
+    if (ends_control) {
+      text[i - 1] = '?';
+    }
+  }
+  return text;
 }
 
 }  // namespace hyl::v2::tool

@@ -24,14 +24,10 @@ std::string ExitCodesHelp();
 
 /// Ends the tool with a code and one line on standard error. Thrown; what it passes on its way out
 /// disables the sensor and destroys the instance.
-class Failure : public std::runtime_error {
- public:
-  Failure(ExitCode code, const std::string& line) : std::runtime_error(line), code_(code) {}
+struct Failure : std::runtime_error {
+  Failure(ExitCode exit_code, const std::string& line) : runtime_error(line), code(exit_code) {}
 
-  ExitCode code() const { return code_; }
-
- private:
-  ExitCode code_;
+  ExitCode code;
 };
 
 /// Ends the tool without a word and with success: the user interrupted it while its output was
@@ -44,5 +40,8 @@ void Require(HylErr result, const std::string& action);
 /// Writes a line to standard error, marked as the tool's. Control characters become '?', so that it
 /// is one line whatever it quotes.
 void PrintNotice(const std::string& line);
+
+/// `text`, which should be UTF-8, with control characters as '?'.
+std::string Printable(std::string text);
 
 }  // namespace hyl::v2::tool

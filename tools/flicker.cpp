@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -32,13 +31,6 @@ struct FlickerOptions {
   std::string plot;
 };
 
-/// Shows a flicker run.
-struct FlickerWriter {
-  std::function<void(const FlickerBlock&)> write_block = [](const FlickerBlock&) {};
-  std::function<void(const FlickerReport&)> write_report = [](const FlickerReport&) {};
-  double report_seconds = 1;  ///< of samples, from report to report
-};
-
 /// A report for programs, which has more digits than the library's own numbers.
 nlohmann::ordered_json Fields(const FlickerReport& report) {
   const auto or_null = [](std::optional<double> value) {
@@ -66,68 +58,23 @@ std::string TextOf(const FlickerReport& report) {
       report.counts.gaps);
 }
 
-std::string CsvHeader(const FlickerReport& report) {
-  std::string line;
-  for (const auto& field : Fields(report).items()) {
-    line += (line.empty() ? "" : ",") + field.key();
-  }
-  return line + "\n";
-}
-
-std::string CsvOf(const FlickerReport& report) {
+/// The names of the fields or, but for the header, their values.
+std::string CsvOf(const FlickerReport& report, bool header) {
   std::string line;
   for (const auto& field : Fields(report).items()) {
     line += line.empty() ? "" : ",";
-    line += field.value().is_null() ? "" : field.value().dump();
+    if (header) {
+      line += field.key();
+    } else if (!field.value().is_null()) {
+      line += field.value().dump();
+    }
   }
   return line + "\n";
-}
-
-/// A line a report.
-FlickerWriter ReportWriter(const Context& context, const std::string& sensor) {
-  FlickerWriter writer;
-  writer.write_report = [&context, sensor, first = true](const FlickerReport& report) mutable {
-    if (context.format == Format::kText) {
-      context.out.Add(TextOf(report));
-    } else if (context.format == Format::kCsv) {
-      context.out.Add((std::exchange(first, false) ? CsvHeader(report) : "") + CsvOf(report));
-    } else {
-      nlohmann::ordered_json line = {{"sensor", sensor}};
-      line.update(Fields(report));
-      context.out.Add(JsonLine(line));
-    }
-  };
-  return writer;
-}
-
-/// The sequence number and the value of a sample on a line, or for JSON a line a block.
-FlickerWriter SampleWriter(const Context& context, const std::string& sensor) {
-  FlickerWriter writer;
-  if (context.format == Format::kJson) {
-    writer.write_block = [&out = context.out, sensor](const FlickerBlock& block) {
-      out.Add(JsonLine(Json{{"sensor", sensor},
-                            {"seq_num", block.seq_num},
-                            {"sample_rate_hz", block.sample_rate_hz},
-                            {"restart", block.restart},
-                            {"samples", block.samples}}));
-    };
-    return writer;
-  }
-  const bool csv = context.format == Format::kCsv;
-  context.out.Add(csv ? "seq_num,sample\n" : "");
-  writer.write_block = [&out = context.out, csv](const FlickerBlock& block) {
-    uint32_t seq_num = block.seq_num;  // wraps
-    for (const int32_t sample : block.samples) {
-      out.Add(fmt::format("{}{}{}\n", seq_num++, csv ? ',' : ' ', sample));
-    }
-  };
-  return writer;
 }
 
 /// The newest samples as heights for so many columns; 0 is darkness.
 std::vector<double> WaveHeights(const FlickerReport& report, size_t columns) {
-  const auto wanted = static_cast<size_t>(kPanelWaveTime * report.sample_rate_hz);
-  const auto wave = report.samples.last(std::min(wanted, report.samples.size()));
+  const auto wave = report.Newest(kPanelWaveTime);
   const double bottom = std::min(0.0, report.levels.min);
   const double height = std::max(1.0, report.levels.max - bottom);
   std::vector<double> heights;
@@ -159,28 +106,71 @@ void DrawPanel(Panel& panel, const std::string& title, const FlickerReport& repo
   panel.Draw();
 }
 
-FlickerWriter MakeWriter(const Context& context, bool samples, const std::string& sensor) {
-  if (samples) {
-    return SampleWriter(context, sensor);
+/// Shows a flicker run: either its samples, or reports.
+class FlickerView {
+ public:
+  FlickerView(const Context& context, bool samples, std::string sensor)
+      : context_(context),
+        samples_(samples),
+        sensor_(std::move(sensor)),
+        panel_(samples ? std::nullopt : PanelOf(context)) {}
+
+  /// Seconds from report to report.
+  double ReportPeriod() const { return panel_ ? 0.25 : 1; }
+
+  void Show(const FlickerReport& report) {
+    if (samples_) {
+      return;
+    }
+    if (panel_) {
+      DrawPanel(*panel_, Printable(sensor_), report);
+    } else if (context_.format == "text") {
+      context_.out.Add(TextOf(report));
+    } else if (context_.format == "json") {
+      nlohmann::ordered_json line = {{"sensor", sensor_}};
+      line.update(Fields(report));
+      context_.out.Add(JsonLine(line));
+    } else {
+      context_.out.Add(BeginsCsv() ? CsvOf(report, true) : "");
+      context_.out.Add(CsvOf(report, false));
+    }
   }
-  const auto panel = PanelOf(context);
-  if (!panel) {
-    return ReportWriter(context, sensor);
+
+  /// A line a sample, with its sequence number; for JSON a line a block.
+  void Show(const FlickerBlock& block) {
+    if (!samples_) {
+      return;
+    }
+    if (context_.format == "json") {
+      context_.out.Add(JsonLine(Json{{"sensor", sensor_},
+                                     {"seq_num", block.seq_num},
+                                     {"sample_rate_hz", block.sample_rate_hz},
+                                     {"restart", block.restart},
+                                     {"samples", block.samples}}));
+      return;
+    }
+    context_.out.Add(BeginsCsv() ? "seq_num,sample\n" : "");
+    const char separator = context_.format == "csv" ? ',' : ' ';
+    uint32_t seq_num = block.seq_num;  // wraps
+    for (const int32_t sample : block.samples) {
+      context_.out.Add(fmt::format("{}{}{}\n", seq_num++, separator, sample));
+    }
   }
-  FlickerWriter writer;
-  writer.report_seconds = 0.25;
-  writer.write_report = [panel = *panel,
-                         title = Printable(sensor)](const FlickerReport& report) mutable {
-    DrawPanel(panel, title, report);
-  };
-  return writer;
-}
+
+ private:
+  bool BeginsCsv() { return context_.format == "csv" && !std::exchange(begun_, true); }
+
+  const Context& context_;
+  const bool samples_;
+  const std::string sensor_;
+  std::optional<Panel> panel_;
+  bool begun_ = false;
+};
 
 /// Takes a run's blocks and shows them.
 class FlickerMeter {
  public:
-  FlickerMeter(const FlickerOptions& options, FlickerWriter writer)
-      : options_(options), writer_(std::move(writer)) {}
+  FlickerMeter(const FlickerOptions& options, FlickerView& view) : options_(options), view_(view) {}
 
   void Take(const FlickerBlock& block) {
     if (block.sample_rate_hz != 0 && block.sample_rate_hz != rate_hz_) {
@@ -197,8 +187,8 @@ class FlickerMeter {
     if (block.samples.size() >= options_.buffer - options_.buffer % 2) {
       ++full_buffers_;
     }
-    writer_.write_block(block);
-    if (settled_ && SecondsSinceReport() >= writer_.report_seconds) {
+    view_.Show(block);
+    if (settled_ && SecondsSinceReport() >= view_.ReportPeriod()) {
       Report();
       recorder_.BeginPeriod();
     }
@@ -206,7 +196,7 @@ class FlickerMeter {
 
   /// Reports what has not been reported.
   void Finish() {
-    if (reported_ == 0 || SecondsSinceReport() >= writer_.report_seconds / 10) {
+    if (reported_ == 0 || SecondsSinceReport() >= view_.ReportPeriod() / 10) {
       Report();
     }
     if (full_buffers_ > 0) {
@@ -219,10 +209,10 @@ class FlickerMeter {
 
   /// The newest state; none when there are too few samples.
   std::optional<FlickerReport> Latest() const {
-    if (Seconds(recorder_.Stretch().size()) < kShortestStretch) {
+    const std::span<const int32_t> samples = recorder_.Stretch();
+    if (Seconds(samples.size()) < kShortestStretch) {
       return std::nullopt;
     }
-    const std::span<const int32_t> samples = recorder_.Stretch();
     const auto peak = DominantPeak(SpectrumOf(samples, rate_hz_));
     return FlickerReport{rate_hz_,           std::ldexp(1.0, options_.bits - 1),
                          recorder_.counts(), samples,
@@ -238,13 +228,13 @@ class FlickerMeter {
 
   void Report() {
     if (const auto report = Latest()) {
-      writer_.write_report(*report);
+      view_.Show(*report);
       reported_ = recorder_.counts().samples;
     }
   }
 
   const FlickerOptions& options_;
-  const FlickerWriter writer_;
+  FlickerView& view_;
   uint32_t rate_hz_ = kUsualRateHz;
   FlickerRecorder recorder_{Window()};
   uint64_t reported_ = 0;  // samples received at the latest report
@@ -263,7 +253,8 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
                   return api.EnableFlickerSensor(name, buffer.data(), buffer.size(),
                                                  static_cast<uint8_t>(options.bits), session_id);
                 });
-  FlickerMeter meter(options, MakeWriter(context, options.samples, run.sensor()));
+  FlickerView view(context, options.samples, run.sensor());
+  FlickerMeter meter(options, view);
   const double settling = options.samples ? 0 : kSettlingTime;
   const RunEnd end =
       run.Pump(options.run.seconds + settling, options.run.timeout, [&](const Delivery& delivery) {
@@ -273,8 +264,8 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
   meter.Finish();
   context.out.Flush();
   run.Finish(end);
-  const auto report = meter.Latest();
-  if (plots && report) {
+  const auto report = plots ? meter.Latest() : std::nullopt;
+  if (report) {
     DrawPlot(options.plot, *report, run.sensor());
   } else if (plots && end != RunEnd::kInterrupted) {
     throw Failure(ExitCode::kOutput,
@@ -288,20 +279,17 @@ void AddFlickerCommand(CLI::App& app, const Context& context) {
   CLI::App* const flicker = app.add_subcommand("flicker", "measure how the light flickers");
   const auto options = std::make_shared<FlickerOptions>();
   AddRunOptions(*flicker, options->run);
-  flicker
-      ->add_option("--bits", options->bits, "width of the samples, 1 to 32 bits; 16 unless given")
-      ->type_name("N")
-      ->check(NumberWithin(1, 32));
-  flicker
-      ->add_option("--buffer", options->buffer,
-                   "samples that the buffer holds, 2 to 16777216; 4096 unless given")
-      ->type_name("N")
-      ->check(NumberWithin(2, 1 << 24));
+  TakeNumber(flicker->add_option("--bits", options->bits,
+                                 "width of the samples, 1 to 32 bits; 16 unless given"),
+             "N", 1, 32);
+  TakeNumber(flicker->add_option("--buffer", options->buffer,
+                                 "samples that the buffer holds, 2 to 16777216; 4096 unless given"),
+             "N", 2, 1 << 24);
   flicker->add_flag("--samples", options->samples, "print the samples instead of their analysis");
   flicker
       ->add_option("--plot", options->plot,
-                   "draw the last second's waveform and spectrum at the end")
-      ->type_name("FILE.svg|FILE.png")
+                   "draw the last second's waveform and spectrum at the end, into an .svg or .png")
+      ->type_name("FILE")
       ->check(PictureFault);
   flicker->footer(
       "A report for each second, after 0.1 s in which the gain settles: mean level,\n"

@@ -25,29 +25,26 @@ double HannWeight(size_t index, size_t count) {
                               static_cast<double>(count));
 }
 
-/// The straight line of least squares through the samples, and its value at one.
-class Trend {
- public:
-  explicit Trend(std::span<const int32_t> samples)
-      : center_((static_cast<double>(samples.size()) - 1) / 2) {
-    double weight = 0;
-    for (size_t i = 0; i < samples.size(); ++i) {
-      const double distance = static_cast<double>(i) - center_;
-      mean_ += samples[i];
-      slope_ += distance * samples[i];
-      weight += distance * distance;
-    }
-    mean_ /= static_cast<double>(samples.size());
-    slope_ /= weight;
-  }
+/// The straight line of least squares through samples.
+struct Trend {
+  double center;
+  double mean = 0;
+  double slope = 0;
 
-  double At(size_t index) const { return mean_ + slope_ * (static_cast<double>(index) - center_); }
-
- private:
-  double center_;
-  double mean_ = 0;
-  double slope_ = 0;
+  double At(size_t index) const { return mean + slope * (static_cast<double>(index) - center); }
 };
+
+Trend TrendOf(std::span<const int32_t> samples) {
+  const auto count = static_cast<double>(samples.size());
+  Trend trend = {(count - 1) / 2};
+  for (size_t i = 0; i < samples.size(); ++i) {
+    trend.mean += samples[i] / count;
+    // The squares of the distances from the centre add up to count * (count^2 - 1) / 12.
+    trend.slope +=
+        (static_cast<double>(i) - trend.center) * samples[i] * 12 / (count * (count * count - 1));
+  }
+  return trend;
+}
 
 /// Whether the transform of so many samples is fast: where 2, 3 and 5 are the only prime factors.
 bool IsFast(size_t count) {
@@ -91,10 +88,6 @@ SpectrumPeak Interpolate(const FlickerSpectrum& spectrum, size_t entry) {
   return {(static_cast<double>(entry) + offset) * spectrum.bin_hz, std::exp(at - rise)};
 }
 
-std::span<const int32_t> Newest(const std::vector<int32_t>& samples, size_t count) {
-  return std::span(samples).last(std::min(count, samples.size()));
-}
-
 }  // namespace
 
 FlickerLevels LevelsOf(std::span<const int32_t> samples) {
@@ -128,7 +121,7 @@ FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_
     samples = samples.subspan(1);
   }
   const size_t count = samples.size();
-  const Trend trend(samples);
+  const Trend trend = TrendOf(samples);
   std::vector<std::complex<double>> windowed(count);
   for (size_t i = 0; i < count; ++i) {
     windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, count);
@@ -168,7 +161,10 @@ std::optional<SpectrumPeak> DominantPeak(const FlickerSpectrum& spectrum) {
 void FlickerRecorder::Add(uint32_t seq_num, bool restart, std::span<const int32_t> samples) {
   const bool continues = !next_seq_num_ || Continues(seq_num, samples.size());
   if (!continues || (restart && levels_shifted_)) {
-    BreakStretch();
+    if (current_.size() > longest_.size()) {
+      longest_.swap(current_);
+    }
+    current_.clear();
   }
   levels_shifted_ = !restart && (levels_shifted_ || !continues);
   current_.insert(current_.end(), samples.begin(), samples.end());
@@ -180,7 +176,8 @@ void FlickerRecorder::Add(uint32_t seq_num, bool restart, std::span<const int32_
 }
 
 std::span<const int32_t> FlickerRecorder::Stretch() const {
-  return longest_.size() > current_.size() ? Newest(longest_, window_) : Newest(current_, window_);
+  const std::span<const int32_t> longer = longest_.size() > current_.size() ? longest_ : current_;
+  return longer.last(std::min(window_, longer.size()));
 }
 
 void FlickerRecorder::ForgetSamples() {
@@ -206,13 +203,6 @@ bool FlickerRecorder::Continues(uint32_t seq_num, size_t count) {
   unnumbered_ = seq_num == 0;
   counts_.steps_back += still_unnumbered ? 0 : 1;
   return still_unnumbered;
-}
-
-void FlickerRecorder::BreakStretch() {
-  if (current_.size() > longest_.size()) {
-    longest_.swap(current_);
-  }
-  current_.clear();
 }
 
 }  // namespace hyl::v2::tool

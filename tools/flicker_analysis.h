@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -81,7 +82,6 @@ class FlickerRecorder {
 
  private:
   bool Continues(uint32_t seq_num, size_t count);
-  void BreakStretch();
 
   size_t window_;
   std::vector<int32_t> current_;  // the newest samples of the present stretch are at its end
@@ -102,6 +102,10 @@ struct FlickerReport {
   std::optional<double> frequency_hz;
 
   double Seconds() const { return static_cast<double>(counts.samples) / sample_rate_hz; }
+  /// The samples of so many seconds, or as many as there are.
+  std::span<const int32_t> Newest(double seconds) const {
+    return samples.last(std::min(static_cast<size_t>(seconds * sample_rate_hz), samples.size()));
+  }
   /// A level in percent of full scale.
   double Percent(double level) const { return 100 * level / full_scale; }
 };

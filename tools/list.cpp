@@ -2,31 +2,31 @@
 
 #include "client.h"
 #include "command.h"
+#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
 
 void RunList(const Context& context) {
   RefuseCsv(context);
-  Client client;
+  const Client client = Connect();
   std::string text = "TYPE           INDEX  SUPPORTED  NAME\n";
   Json sensors = Json::array();
   for (const OpticalSensorType type :
        {OpticalSensorType::kAmbientLight, OpticalSensorType::kFlicker}) {
     size_t index = 0;
-    for (const Sensor& sensor : SensorsOf(client.api(), type)) {
+    for (const std::string& name : SensorNames(*client, type)) {
+      const bool supported = client->IsSensorSupported(type, name.c_str());
       text += fmt::format("{:<13}  {:<5}  {:<9}  {}\n", TypeName(type), index,
-                          sensor.supported ? "yes" : "no", Printable(sensor.name));
-      sensors.push_back({{"type", TypeName(type)},
-                         {"index", index++},
-                         {"name", sensor.name},
-                         {"supported", sensor.supported}});
+                          supported ? "yes" : "no", Printable(name));
+      sensors.push_back(
+          {{"type", TypeName(type)}, {"index", index++}, {"name", name}, {"supported", supported}});
     }
   }
   if (sensors.empty()) {
     throw NoSensors("optical");
   }
-  context.out.Add(context.format == Format::kJson ? JsonLine(Json{{"sensors", sensors}}) : text);
+  context.out.Add(context.format == "json" ? JsonLine(Json{{"sensors", sensors}}) : text);
   context.out.Flush();
 }
 

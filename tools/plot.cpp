@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -12,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -24,7 +24,7 @@ namespace hyl::v2::tool {
 namespace {
 
 constexpr double kWaveSeconds = 0.05;
-constexpr double kBucketsPerDecade = 300;
+constexpr double kPlacesPerDecade = 300;
 
 Failure DrawFailure(const std::string& reason) {
   return Failure(ExitCode::kOutput, "cannot draw the picture: " + reason);
@@ -36,12 +36,11 @@ Failure PlaceFailure(const std::string& path, int error) {
 }
 
 /// A file beside the picture's place, for as long as the picture is not complete.
-class Draft {
- public:
+struct Draft {
   /// Throws Failure where the picture cannot be at `picture` later.
   explicit Draft(const std::string& picture)
-      : path_(fmt::format("{}.hyl-spectral.{}", picture.substr(0, picture.rfind('/') + 1),
-                          getpid())) {
+      : path(fmt::format("{}.hyl-spectral.{}", picture.substr(0, picture.rfind('/') + 1),
+                         getpid())) {
     struct stat status = {};
     const int found = stat(picture.c_str(), &status);
     if (found == 0 && S_ISDIR(status.st_mode)) {
@@ -50,28 +49,21 @@ class Draft {
     // Its name may be too long.
     const bool possible = found == 0 || errno == ENOENT;
     // gnuplot inherits it.
-    file_ = FileDescriptor(possible ? open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666) : -1);
-    if (file_.get() < 0) {
+    file = FileDescriptor(possible ? open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0666) : -1);
+    if (file.get() < 0) {
       throw PlaceFailure(picture, errno);
     }
   }
-  Draft(const Draft&) = delete;
-  Draft& operator=(const Draft&) = delete;
   /// Where it has become the picture, there is nothing to remove.
-  ~Draft() { unlink(path_.c_str()); }
+  ~Draft() { unlink(path.c_str()); }
 
-  const std::string& path() const { return path_; }
-  int fd() const { return file_.get(); }
-
- private:
-  const std::string path_;
-  FileDescriptor file_;
+  const std::string path;
+  FileDescriptor file;
 };
 
 /// The newest samples: milliseconds and percent of full scale.
 std::string WaveData(const FlickerReport& report) {
-  const auto wanted = static_cast<size_t>(kWaveSeconds * report.sample_rate_hz);
-  const auto wave = report.samples.last(std::min(wanted, report.samples.size()));
+  const auto wave = report.Newest(kWaveSeconds);
   std::string data = "$wave << EOD\n";
   for (size_t i = 0; i < wave.size(); ++i) {
     data += fmt::format("{:.4f} {:.6g}\n", 1e3 * static_cast<double>(i) / report.sample_rate_hz,
@@ -81,22 +73,19 @@ std::string WaveData(const FlickerReport& report) {
 }
 
 /// Hertz and percent of full scale. Where entries are closer than the picture shows, the highest of
-/// them stands for all.
+/// them stays.
 std::string SpectrumData(const FlickerReport& report, const FlickerSpectrum& spectrum) {
-  std::string data = "$spectrum << EOD\n";
-  SpectrumPeak highest = {0, -1};
-  double bucket = 0;
+  std::map<double, SpectrumPeak> highest;  // by their place on the picture
   for (size_t i = 1; i < spectrum.amplitudes.size(); ++i) {
     const double hz = static_cast<double>(i) * spectrum.bin_hz;
-    const double next = std::floor(kBucketsPerDecade * std::log10(hz));
-    if (next != bucket && highest.amplitude >= 0) {
-      data += fmt::format("{:.6g} {:.6g}\n", highest.hz, report.Percent(highest.amplitude));
-      highest.amplitude = -1;
+    SpectrumPeak& entry = highest[std::floor(kPlacesPerDecade * std::log10(hz))];
+    if (spectrum.amplitudes[i] >= entry.amplitude) {
+      entry = {hz, spectrum.amplitudes[i]};
     }
-    bucket = next;
-    if (spectrum.amplitudes[i] > highest.amplitude) {
-      highest = {hz, spectrum.amplitudes[i]};
-    }
+  }
+  std::string data = "$spectrum << EOD\n";
+  for (const auto& [place, entry] : highest) {
+    data += fmt::format("{:.6g} {:.6g}\n", entry.hz, report.Percent(entry.amplitude));
   }
   return data + "EOD\n";
 }
@@ -178,12 +167,12 @@ void RequirePlot(const std::string& path) {
 void DrawPlot(const std::string& path, const FlickerReport& report, const std::string& sensor) {
   const Draft draft(path);
   const bool svg = path.ends_with(".svg");
-  RunGnuplot(Script(report, sensor, svg), draft.fd());
-  if (!IsWhole(draft.path(), svg)) {
+  RunGnuplot(Script(report, sensor, svg), draft.file.get());
+  if (!IsWhole(draft.path, svg)) {
     throw DrawFailure(
         fmt::format("gnuplot left it incomplete; make room for '{}', then try again", path));
   }
-  if (std::rename(draft.path().c_str(), path.c_str()) != 0) {
+  if (std::rename(draft.path.c_str(), path.c_str()) != 0) {
     throw PlaceFailure(path, errno);
   }
 }

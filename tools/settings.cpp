@@ -11,7 +11,6 @@
 #include "client.h"
 #include "command.h"
 #include "errors.h"
-#include "simulation.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -20,8 +19,7 @@ using Api = HylSpectralApi;
 using Kind = SettingArgument::Kind;
 using Words = std::vector<std::string>;
 
-// The operations do not consult the sensor's name.
-constexpr const char* kNoName = nullptr;
+constexpr const char* kNoName = nullptr;  // the operations do not consult the sensor's name
 
 template <typename T, HylErr (Api::*kGet)(const char*, T*)>
 HylErr Read(Api& api, const Values&, Json& result) {
@@ -31,9 +29,9 @@ HylErr Read(Api& api, const Values&, Json& result) {
   return err;
 }
 
-template <HylErr (Api::*kSet)(const char*, bool)>
-HylErr WriteSwitch(Api& api, const Values& values, Json&) {
-  return (api.*kSet)(kNoName, values[0]);
+template <typename T, HylErr (Api::*kSet)(const char*, T)>
+HylErr Write(Api& api, const Values& values, Json&) {
+  return (api.*kSet)(kNoName, values[0].get<T>());
 }
 
 template <HylErr (Api::*kSet)(const char*, uint8_t, uint8_t)>
@@ -54,10 +52,6 @@ HylErr WriteGain(Api& api, const Values& values, Json& result) {
   const HylErr err = api.SetGain(kNoName, values[0], values[1], &applied);
   result = applied;
   return err;
-}
-
-HylErr WriteFlickerPedestal(Api& api, const Values& values, Json&) {
-  return api.SetFlickerPedestal(kNoName, values[0]);
 }
 
 HylErr ReadFlickerConfig(Api& api, const Values&, Json& result) {
@@ -98,54 +92,38 @@ constexpr SettingArgument kOnOff = {"on|off", Kind::kSwitch};
 constexpr SettingArgument kAddress = {"ADDRESS", Kind::kByte};
 
 constexpr Setting kSettings[] = {
-    {"exposure-time",
-     "exposure time of the ambient-light sensors",
-     kNone,
-     {WriteWord<&Api::SetExposureTime>, {"TIME", Kind::kWord}}},
-    {"sampling-period",
-     "time from sample to sample",
-     kNone,
-     {WriteWord<&Api::SetSamplingPeriod>, {"PERIOD", Kind::kWord}}},
-    {"gain",
-     "gain of what the device's parameter A selects",
-     kNone,
-     {WriteGain, {"A", Kind::kByte}, {"GAIN", Kind::kReal}}},
-    {"spectral-auto-gain",
-     "whether the ambient-light sensors choose their gain",
-     {Read<bool, &Api::GetSpectralAutoGainEnabled>},
-     {WriteSwitch<&Api::SetSpectralAutoGainEnabled>, kOnOff}},
-    {"factory-calibration",
-     "whether the factory calibration is applied",
-     {Read<bool, &Api::GetSpectralApplyFacCal>},
-     {WriteSwitch<&Api::SetSpectralApplyFacCalEnabled>, kOnOff}},
-    {"otp-calibration",
-     "whether the one-time-programmed calibration is applied",
-     {Read<bool, &Api::GetSpectralApplyOtpCal>},
-     {WriteSwitch<&Api::SetSpectralApplyOtpCalEnabled>, kOnOff}},
-    {"torch", "the torch light", kNone, {WriteSwitch<&Api::SetTorchLightState>, kOnOff}},
-    {"flicker-auto-gain",
-     "whether the flicker sensor chooses its gain",
-     {Read<bool, &Api::GetFlickerAutoGainEnabled>},
-     {WriteSwitch<&Api::SetFlickerAutoGainEnabled>, kOnOff}},
-    {"flicker-channel",
-     "the channel that the flicker sensor looks through",
-     kNone,
-     {WriteBytes<&Api::SetFlickerChannel>, {"A", Kind::kByte}, {"B", Kind::kByte}}},
-    {"flicker-pedestal",
-     "level that is taken off flicker samples",
-     kNone,
-     {WriteFlickerPedestal, {"LEVEL", Kind::kByte}}},
-    {"flicker-config", "flicker configuration value, and flicker gain", {ReadFlickerConfig}, kNone},
-    {"flicker-frequency", "the sensor's own analysis of flicker", {ReadFlickerMetrics}, kNone},
-    {"flicker-saturation",
-     "saturation count of the flicker sensor",
-     {Read<uint16_t, &Api::GetFlickerSaturation>},
-     kNone},
-    {"register",
-     "the sensor register of that address",
-     {ReadRegister, kAddress},
-     {WriteBytes<&Api::SetRegister>, kAddress, {"VALUE", Kind::kByte}}},
-    {"device-uid", "the device's unique id", {ReadDeviceUid}, kNone},
+    Setting("exposure-time", "exposure time of the ambient-light sensors", kNone,
+            {WriteWord<&Api::SetExposureTime>, {"TIME", Kind::kWord}}),
+    Setting("sampling-period", "time from sample to sample", kNone,
+            {WriteWord<&Api::SetSamplingPeriod>, {"PERIOD", Kind::kWord}}),
+    Setting("gain", "gain of what the device's parameter A selects", kNone,
+            {WriteGain, {"A", Kind::kByte}, {"GAIN", Kind::kReal}}),
+    Setting("spectral-auto-gain", "whether the ambient-light sensors choose their gain",
+            {Read<bool, &Api::GetSpectralAutoGainEnabled>},
+            {Write<bool, &Api::SetSpectralAutoGainEnabled>, kOnOff}),
+    Setting("factory-calibration", "whether the factory calibration is applied",
+            {Read<bool, &Api::GetSpectralApplyFacCal>},
+            {Write<bool, &Api::SetSpectralApplyFacCalEnabled>, kOnOff}),
+    Setting("otp-calibration", "whether the one-time-programmed calibration is applied",
+            {Read<bool, &Api::GetSpectralApplyOtpCal>},
+            {Write<bool, &Api::SetSpectralApplyOtpCalEnabled>, kOnOff}),
+    Setting("torch", "the torch light", kNone, {Write<bool, &Api::SetTorchLightState>, kOnOff}),
+    Setting("flicker-auto-gain", "whether the flicker sensor chooses its gain",
+            {Read<bool, &Api::GetFlickerAutoGainEnabled>},
+            {Write<bool, &Api::SetFlickerAutoGainEnabled>, kOnOff}),
+    Setting("flicker-channel", "the channel that the flicker sensor looks through", kNone,
+            {WriteBytes<&Api::SetFlickerChannel>, {"A", Kind::kByte}, {"B", Kind::kByte}}),
+    Setting("flicker-pedestal", "level that is taken off flicker samples", kNone,
+            {Write<uint8_t, &Api::SetFlickerPedestal>, {"LEVEL", Kind::kByte}}),
+    Setting("flicker-config", "flicker configuration value, and flicker gain", {ReadFlickerConfig},
+            kNone),
+    Setting("flicker-frequency", "the sensor's own analysis of flicker", {ReadFlickerMetrics},
+            kNone),
+    Setting("flicker-saturation", "saturation count of the flicker sensor",
+            {Read<uint16_t, &Api::GetFlickerSaturation>}, kNone),
+    Setting("register", "the sensor register of that address", {ReadRegister, kAddress},
+            {WriteBytes<&Api::SetRegister>, kAddress, {"VALUE", Kind::kByte}}),
+    Setting("device-uid", "the device's unique id", {ReadDeviceUid}, kNone),
 };
 
 void NoteAutomaticGain(Api& api, OpticalSensorType type) {
@@ -159,6 +137,10 @@ void NoteAutomaticGain(Api& api, OpticalSensorType type) {
                     flicker ? "flicker" : "spectral"));
   }
 }
+
+// By kind of argument.
+constexpr const char* kRanges[] = {"on or off", "a whole number from 0 to 255",
+                                   "a whole number from 0 to 4294967295", "a number"};
 
 Failure UsageFailure(const std::string& line) {
   return Failure(ExitCode::kUsage, line);
@@ -183,73 +165,60 @@ Json ParseReal(const std::string& word) {
   return CLI::detail::lexical_cast(word, number) && std::isfinite(number) ? Json(number) : Json();
 }
 
-/// What a word stands for. Throws Failure with `fault` where it stands for nothing.
-Json ParseWord(const std::string& word, Kind kind, const std::string& fault) {
-  Json value;
-  const char* range = "on or off";
-  if (kind == Kind::kByte) {
-    value = ParseWhole(word, UINT8_MAX);
-    range = "a whole number from 0 to 255";
-  } else if (kind == Kind::kWord) {
-    value = ParseWhole(word, UINT32_MAX);
-    range = "a whole number from 0 to 4294967295";
-  } else if (kind == Kind::kReal) {
-    value = ParseReal(word);
-    range = "a number";
-  } else if (word == "on" || word == "off") {
-    value = word == "on";
+/// What a word stands for; null where it stands for nothing.
+Json ParseWord(const std::string& word, Kind kind) {
+  switch (kind) {
+    case Kind::kSwitch:
+      return word == "on" || word == "off" ? Json(word == "on") : Json();
+    case Kind::kByte:
+      return ParseWhole(word, UINT8_MAX);
+    case Kind::kWord:
+      return ParseWhole(word, UINT32_MAX);
+    case Kind::kReal:
+      break;
   }
-  if (value.is_null()) {
-    throw UsageFailure(fmt::format("{}; give {}", fault, range));
-  }
-  return value;
+  return ParseReal(word);
 }
 
-std::string NameWithArguments(const Setting& setting, const SettingAccess& access) {
+std::string NameWithArguments(const Setting& setting, Direction direction) {
   std::string text = setting.name;
-  for (const SettingArgument& argument : access.Arguments()) {
+  for (const SettingArgument& argument : (setting.*direction).Arguments()) {
     text += fmt::format(" {}", argument.name);
   }
   return text;
 }
 
-Words Split(const std::string& text) {
-  Words words(1);
-  for (const char character : text) {
-    if (character == ',') {
-      words.emplace_back();
-    } else {
-      words.back() += character;
-    }
-  }
-  return words;
-}
-
-SettingWrite ParseAssignment(const std::string& text) {
+SettingCall ParseAssignment(const std::string& text) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) {
     throw UsageFailure(fmt::format("'{}' has no '='; write it as NAME=VALUE[,VALUE]", text));
   }
-  const Setting& setting = FindSetting(text.substr(0, equals), &Setting::write);
-  return {&setting, ParseArguments(setting, setting.write, Split(text.substr(equals + 1)))};
+  // With a separator behind it, split keeps an empty last word.
+  const Words words = CLI::detail::split(text.substr(equals + 1) + ",", ',');
+  return ParseCall(&Setting::write, text.substr(0, equals), words);
+}
+
+/// What is handed back: a value that is in force now, or null. Throws Failure when it fails.
+Json Run(HylSpectralApi& api, const SettingCall& call) {
+  Json result;
+  const HylErr err = (call.setting->*call.direction).run(api, call.values, result);
+  Require(err, fmt::format("cannot {} '{}'", call.direction == &Setting::read ? "read" : "write",
+                           call.setting->name));
+  return result;
 }
 
 /// What a write hands on, for a setting that hands nothing back.
-Json WrittenValue(const SettingWrite& write) {
+Json WrittenValue(const SettingCall& write) {
   if (write.values.size() == 1) {
     return write.values[0];
   }
-  Json value;
-  for (size_t i = 0; i < write.values.size(); ++i) {
-    value[write.setting->write.Arguments()[i].name] = write.values[i];
-  }
-  return value;
+  const SettingAccess& access = write.setting->write;
+  return {{access.first.name, write.values[0]}, {access.second.name, write.values[1]}};
 }
 
 /// One line a value; the name of a part follows the setting's name. Whole numbers are shown in the
 /// base in which a number was given.
 std::string TextOf(const std::string& name, const Json& value, const Words& given) {
-  std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
   if (value.is_object()) {
     std::string text;
     for (const auto& [part, part_value] : value.items()) {
@@ -257,6 +226,7 @@ std::string TextOf(const std::string& name, const Json& value, const Words& give
     }
     return text;
   }
+  std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
   if (value.is_boolean()) {
     shown = value ? "on" : "off";
   } else if (value.is_number_float()) {
@@ -274,60 +244,56 @@ struct SettingOptions {
 };
 
 /// The reads that the command line asks for; of all, those that need no argument.
-std::vector<const Setting*> SettingsToRead(const SettingOptions& options) {
+std::vector<SettingCall> ReadsOf(const SettingOptions& options) {
   if (options.all == !options.name.empty()) {
     throw UsageFailure(
         "name one setting or give --all; 'hyl-spectral get --help' lists the settings");
   }
   if (!options.all) {
-    return {&FindSetting(options.name, &Setting::read)};
+    return {ParseCall(&Setting::read, options.name, options.words)};
   }
-  std::vector<const Setting*> settings;
-  for (const Setting& setting : AllSettings()) {
-    if (setting.read.run != nullptr && setting.read.Arguments().empty()) {
-      settings.push_back(&setting);
+  std::vector<SettingCall> reads;
+  for (const Setting* const setting : SettingsTo(&Setting::read)) {
+    if (setting->read.Arguments().empty()) {
+      reads.push_back({setting, &Setting::read, {}});
     }
   }
-  return settings;
+  return reads;
 }
 
 void RunGet(const Context& context, const SettingOptions& options) {
   RefuseCsv(context);
-  const std::vector<const Setting*> settings = SettingsToRead(options);
-  const Values values = ParseArguments(*settings[0], settings[0]->read, options.words);
-  Client client;
+  const std::vector<SettingCall> reads = ReadsOf(options);
+  const Client client = Connect();
   std::string text;
   Json json;
-  for (const Setting* const setting : settings) {
-    json[setting->name] = ReadSetting(client.api(), *setting, values);
-    text += TextOf(setting->name, json[setting->name], options.words);
+  for (const SettingCall& read : reads) {
+    const Json value = Run(*client, read);
+    text += TextOf(read.setting->name, value, options.words);
+    json[read.setting->name] = value;
   }
-  context.out.Add(context.format == Format::kJson ? JsonLine(json) : text);
+  context.out.Add(context.format == "json" ? JsonLine(json) : text);
   context.out.Flush();
 }
 
 void RunSet(const Context& context, const SettingOptions& options) {
   RefuseCsv(context);
-  const Setting& setting = FindSetting(options.name, &Setting::write);
-  const SettingWrite write = {&setting, ParseArguments(setting, setting.write, options.words)};
-  Client client;
-  const Json applied = WriteSetting(client.api(), write);
+  const SettingCall write = ParseCall(&Setting::write, options.name, options.words);
+  const Client client = Connect();
+  const Json applied = Run(*client, write);
   const Json value = applied.is_null() ? WrittenValue(write) : applied;
   const std::string state = applied.is_null() ? "sent" : "applied";
-  context.out.Add(context.format == Format::kJson
-                      ? JsonLine(Json{{"setting", setting.name}, {state, value}})
-                      : TextOf(state + " " + setting.name, value, options.words));
+  context.out.Add(context.format == "json"
+                      ? JsonLine(Json{{"setting", options.name}, {state, value}})
+                      : TextOf(state + " " + options.name, value, options.words));
   context.out.Flush();
   NoteSimulatedLifetime();
 }
 
-std::string SettingsHelp(SettingAccess Setting::*direction) {
+std::string SettingsHelp(Direction direction) {
   std::string help = "Settings:\n";
-  for (const Setting& setting : AllSettings()) {
-    if ((setting.*direction).run != nullptr) {
-      help += fmt::format("  {:<26}  {}\n", NameWithArguments(setting, setting.*direction),
-                          setting.help);
-    }
+  for (const Setting* const setting : SettingsTo(direction)) {
+    help += fmt::format("  {:<26}  {}\n", NameWithArguments(*setting, direction), setting->help);
   }
   return help;
 }
@@ -341,77 +307,73 @@ std::vector<SettingArgument> SettingAccess::Arguments() const {
   return arguments;
 }
 
-std::span<const Setting> AllSettings() {
-  return kSettings;
+std::vector<const Setting*> SettingsTo(Direction direction) {
+  std::vector<const Setting*> settings;
+  for (const Setting& setting : kSettings) {
+    if ((setting.*direction).run != nullptr) {
+      settings.push_back(&setting);
+    }
+  }
+  return settings;
 }
 
-Json ReadSetting(HylSpectralApi& api, const Setting& setting, const Values& values) {
-  Json result;
-  Require(setting.read.run(api, values, result), fmt::format("cannot read '{}'", setting.name));
-  return result;
+const Setting& SettingTo(Direction direction, const std::string& name) {
+  for (const Setting& setting : kSettings) {
+    if (name == setting.name && (setting.*direction).run == nullptr) {
+      const char* const advice = direction == &Setting::read ? "read; use set" : "written; use get";
+      throw UsageFailure(fmt::format("'{}' cannot be {}", name, advice));
+    }
+    if (name == setting.name) {
+      return setting;
+    }
+  }
+  throw UsageFailure(fmt::format(
+      "there is no setting '{}'; 'hyl-spectral get --help' and 'hyl-spectral set --help' list them",
+      name));
 }
 
-Json WriteSetting(HylSpectralApi& api, const SettingWrite& write) {
-  Json result;
-  Require(write.setting->write.run(api, write.values, result),
-          fmt::format("cannot write '{}'", write.setting->name));
-  return result;
+SettingCall ParseCall(Direction direction, const std::string& name, const Words& words) {
+  const Setting& setting = SettingTo(direction, name);
+  const std::vector<SettingArgument> arguments = (setting.*direction).Arguments();
+  if (words.size() != arguments.size()) {
+    throw UsageFailure(fmt::format("'{}' has the form '{}'; give {} value{}", name,
+                                   NameWithArguments(setting, direction), arguments.size(),
+                                   arguments.size() == 1 ? "" : "s"));
+  }
+  SettingCall call = {&setting, direction, {}};
+  for (size_t i = 0; i < words.size(); ++i) {
+    call.values.push_back(ParseWord(words[i], arguments[i].kind));
+    if (call.values.back().is_null()) {
+      throw UsageFailure(fmt::format("'{}' is no value for {} of {}; give {}", words[i],
+                                     arguments[i].name, name,
+                                     kRanges[static_cast<size_t>(arguments[i].kind)]));
+    }
+  }
+  return call;
 }
 
-void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes,
+std::vector<SettingCall> ParseAssignments(const Words& texts) {
+  std::vector<SettingCall> writes;
+  std::transform(texts.begin(), texts.end(), std::back_inserter(writes), ParseAssignment);
+  return writes;
+}
+
+void WriteSettings(HylSpectralApi& api, std::span<const SettingCall> writes,
                    OpticalSensorType type) {
   bool gain_written = false;
-  for (const SettingWrite& write : writes) {
-    const Json applied = WriteSetting(api, write);
+  for (const SettingCall& write : writes) {
     // What is handed back is what was applied of the last value.
-    if (!applied.is_null() && applied != write.values.back()) {
+    const Json applied = Run(api, write);
+    const Json& asked = write.values.back();
+    if (!applied.is_null() && applied != asked) {
       PrintNotice(fmt::format("{} is {}, not {} as asked for", write.setting->name, applied.dump(),
-                              write.values.back().dump()));
+                              asked.dump()));
     }
     gain_written = gain_written || write.setting->write.run == WriteGain;
   }
   if (gain_written) {
     NoteAutomaticGain(api, type);
   }
-}
-
-const Setting& FindSetting(const std::string& name, SettingAccess Setting::*direction) {
-  const auto settings = AllSettings();
-  const auto found = std::find_if(settings.begin(), settings.end(),
-                                  [&](const Setting& setting) { return name == setting.name; });
-  if (found == settings.end()) {
-    throw UsageFailure(
-        fmt::format("there is no setting '{}'; 'hyl-spectral get --help' and 'hyl-spectral set "
-                    "--help' list them",
-                    name));
-  }
-  if (((*found).*direction).run == nullptr) {
-    const char* const advice = direction == &Setting::read ? "read; use set" : "written; use get";
-    throw UsageFailure(fmt::format("'{}' cannot be {}", name, advice));
-  }
-  return *found;
-}
-
-Values ParseArguments(const Setting& setting, const SettingAccess& access, const Words& words) {
-  const std::vector<SettingArgument> arguments = access.Arguments();
-  if (words.size() != arguments.size()) {
-    throw UsageFailure(fmt::format("'{}' has the form '{}'; give {} value{}", setting.name,
-                                   NameWithArguments(setting, access), arguments.size(),
-                                   arguments.size() == 1 ? "" : "s"));
-  }
-  Values values;
-  for (size_t i = 0; i < words.size(); ++i) {
-    values.push_back(ParseWord(
-        words[i], arguments[i].kind,
-        fmt::format("'{}' is no value for {} of {}", words[i], arguments[i].name, setting.name)));
-  }
-  return values;
-}
-
-std::vector<SettingWrite> ParseAssignments(const Words& texts) {
-  std::vector<SettingWrite> writes;
-  std::transform(texts.begin(), texts.end(), std::back_inserter(writes), ParseAssignment);
-  return writes;
 }
 
 void AddGetCommand(CLI::App& app, const Context& context) {

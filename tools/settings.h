@@ -31,43 +31,42 @@ struct SettingAccess {
 };
 
 struct Setting {
+  constexpr Setting(const char* its_name, const char* its_help, SettingAccess to_read,
+                    SettingAccess to_write)
+      : name(its_name), help(its_help), read(to_read), write(to_write) {}
+
   const char* name;
   const char* help;
   SettingAccess read;
   SettingAccess write;
 };
 
-/// All settings of the interface.
-std::span<const Setting> AllSettings();
+using Direction = SettingAccess Setting::*;
 
-/// The setting of that name that can be accessed in that direction. Throws Failure when there is
-/// none.
-const Setting& FindSetting(const std::string& name, SettingAccess Setting::*direction);
+/// The settings that can be accessed in a direction.
+std::vector<const Setting*> SettingsTo(Direction direction);
 
-/// What `words` stand for, one for each argument. Throws Failure when they do not fit.
-Values ParseArguments(const Setting& setting, const SettingAccess& access,
-                      const std::vector<std::string>& words);
+/// The one of that name. Throws Failure when there is none.
+const Setting& SettingTo(Direction direction, const std::string& name);
 
-/// A write that the command line asks for.
-struct SettingWrite {
+/// An access that the command line asks for.
+struct SettingCall {
   const Setting* setting;
+  Direction direction;
   Values values;
 };
 
+/// The access to the setting of that name with the values that `words` stand for. Throws Failure.
+SettingCall ParseCall(Direction direction, const std::string& name,
+                      const std::vector<std::string>& words);
+
 /// The writes that texts of the form "NAME=VALUE" or "NAME=VALUE,VALUE" stand for. Throws Failure.
-std::vector<SettingWrite> ParseAssignments(const std::vector<std::string>& texts);
+std::vector<SettingCall> ParseAssignments(const std::vector<std::string>& texts);
 
-/// Reads a setting. Throws Failure when that fails.
-Json ReadSetting(HylSpectralApi& api, const Setting& setting, const Values& values);
-
-/// Writes a setting; returns what is in force now, where the library waits for it, and null
-/// elsewhere. Throws Failure when that fails.
-Json WriteSetting(HylSpectralApi& api, const SettingWrite& write);
-
-/// Writes settings, in order, for a sensor of the given type that is to run next. Tells the user
+/// Carries out writes, in order, for a sensor of the given type that is to run next. Tells the user
 /// where another value was applied than was asked for, and where automatic gain overrides a gain.
 /// Throws Failure at the first write that fails.
-void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes,
+void WriteSettings(HylSpectralApi& api, std::span<const SettingCall> writes,
                    OpticalSensorType type);
 
 }  // namespace hyl::v2::tool

@@ -1,11 +1,14 @@
-#include "simulation.h"
+#include <map>
 
 #include <fmt/format.h>
-#include <hyl/host/hub_settings.h>
-#include <hyl/host/simulated_hub.h>
 
 #include "command.h"
 #include "errors.h"
+
+#ifdef HYL_HOST_FRAMEWORK
+
+#include <hyl/host/hub_settings.h>
+#include <hyl/host/simulated_hub.h>
 
 namespace hyl::v2::tool {
 namespace {
@@ -26,41 +29,43 @@ auto ChangeScene(T LightScene::*field) {
   };
 }
 
+void ChangeKind(const std::string& name) {
+  static const std::map<std::string, LightKind> kinds = {{"daylight", LightKind::kDaylight},
+                                                         {"warm-led", LightKind::kWarmLed},
+                                                         {"fluorescent", LightKind::kFluorescent},
+                                                         {"dark", LightKind::kDark}};
+  ChangeScene (&LightScene::kind)(kinds.at(name));
+}
+
 }  // namespace
 
 void AddSceneOptions(CLI::App& app) {
-  AddChoice<LightKind>(app, "--scene",
-                       {{"daylight", LightKind::kDaylight},
-                        {"warm-led", LightKind::kWarmLed},
-                        {"fluorescent", LightKind::kFluorescent},
-                        {"dark", LightKind::kDark}},
-                       ChangeScene(&LightScene::kind),
-                       "the light that they see; daylight unless given")
+  TakeOneOf(app.add_option_function<std::string>("--scene", ChangeKind,
+                                                 "the light that they see; daylight unless given"),
+            "daylight|warm-led|fluorescent|dark")
       ->group(kGroup);
-  app.add_option_function<double>("--lux", ChangeScene(&LightScene::illuminance_lux),
-                                  "its level in lux; 500 unless given")
-      ->type_name("LUX")
-      ->check(NumberWithin(0, 200000))
+  TakeNumber(app.add_option_function<double>("--lux", ChangeScene(&LightScene::illuminance_lux),
+                                             "its level in lux; 500 unless given"),
+             "LUX", 0, 200000)
       ->group(kGroup);
-  AddChoice<double>(app, "--mains", {{"50", 50}, {"60", 60}}, ChangeScene(&LightScene::mains_hz),
-                    "mains frequency in Hz; 50 unless given")
+  TakeOneOf(app.add_option_function<double>("--mains", ChangeScene(&LightScene::mains_hz),
+                                            "mains frequency in Hz; 50 unless given"),
+            "50|60")
       ->group(kGroup);
 }
 
 std::string SimulatedRangesHelp() {
   return fmt::format(
-             "The simulated sensors take, and move other values to the nearest of these:\n"
-             "  exposure-time    {} to {} us in steps of {}; {} at first\n"
-             "  sampling-period  {} to {} us in steps of {}\n",
-             host::kMinExposureUs, host::kMaxExposureUs, host::kExposureStepUs,
-             host::kDefaultExposureUs, host::kMinSamplingPeriodUs, host::kMaxSamplingPeriodUs,
-             host::kSamplingPeriodStepUs) +
-         fmt::format(
-             "  gain             A {} ambient light, {} flicker; GAIN a power of two, {} to {}\n"
-             "  flicker-channel  A 0 to {}, the channel as stream numbers it; B has no effect\n"
-             "  flicker-pedestal in 1/256 of full scale\n",
-             host::kGainOfSpectral, host::kGainOfFlicker, host::kMinGain, host::kMaxGain,
-             host::kMaxFlickerChannel);
+      "The simulated sensors take, and move other values to the nearest of these:\n"
+      "  exposure-time    {} to {} us in steps of {}; {} at first\n"
+      "  sampling-period  {} to {} us in steps of {}\n"
+      "  gain             A {} ambient light, {} flicker; GAIN a power of two, {} to {}\n"
+      "  flicker-channel  A 0 to {}, the channel as stream numbers it; B has no effect\n"
+      "  flicker-pedestal in 1/256 of full scale\n",
+      host::kMinExposureUs, host::kMaxExposureUs, host::kExposureStepUs, host::kDefaultExposureUs,
+      host::kMinSamplingPeriodUs, host::kMaxSamplingPeriodUs, host::kSamplingPeriodStepUs,
+      host::kGainOfSpectral, host::kGainOfFlicker, host::kMinGain, host::kMaxGain,
+      host::kMaxFlickerChannel);
 }
 
 void NoteSimulatedLifetime() {
@@ -70,3 +75,13 @@ void NoteSimulatedLifetime() {
 }
 
 }  // namespace hyl::v2::tool
+
+#else
+
+void hyl::v2::tool::AddSceneOptions(CLI::App&) {}
+std::string hyl::v2::tool::SimulatedRangesHelp() {
+  return {};
+}
+void hyl::v2::tool::NoteSimulatedLifetime() {}
+
+#endif

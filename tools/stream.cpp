@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -17,162 +16,129 @@ namespace {
 
 struct StreamOptions {
   RunOptions run;
-  SensorReportingMode mode = SensorReportingMode::kContinuous;
+  std::string mode = "continuous";
   uint64_t count = 0;  // 0 for no limit
 };
 
-/// Writes a sample on a line.
-using LineWriter = std::function<void(const SpectralSample&)>;
-
-/// Aligned columns: seconds since the first sample, then the channels.
-LineWriter TextWriter(Output& out) {
-  return [&out, start_ns = std::optional<int64_t>()](const SpectralSample& sample) mutable {
-    start_ns = start_ns.value_or(sample.timestamp_ns);
-    std::string line =
-        fmt::format("{:10.3f} s", static_cast<double>(sample.timestamp_ns - *start_ns) / 1e9);
-    for (const float value : sample.values) {
-      line += fmt::format(" {:9.2f}", value);
-    }
-    out.Add(line + "\n");
-  };
-}
-
-std::string CsvHeader(size_t channels) {
-  std::string line = "timestamp_ns";
-  for (size_t channel = 0; channel < channels; ++channel) {
-    line += fmt::format(",channel_{}", channel);
-  }
-  return line + "\n";
-}
-
-LineWriter CsvWriter(Output& out) {
-  return [&out, channels = std::optional<size_t>()](const SpectralSample& sample) mutable {
-    if (!channels) {
-      channels = sample.values.size();
-      out.Add(CsvHeader(*channels));
-    }
-    // A shorter sample keeps the number of columns; a longer one loses nothing.
-    const size_t missing = *channels - std::min(*channels, sample.values.size());
-    out.Add(fmt::format("{},{}{}\n", sample.timestamp_ns, fmt::join(sample.values, ","),
-                        std::string(missing, ',')));
-  };
-}
-
-LineWriter JsonWriter(Output& out, const std::string& sensor) {
-  return [&out, sensor](const SpectralSample& sample) {
-    out.Add(JsonLine(Json{
-        {"sensor", sensor}, {"timestamp_ns", sample.timestamp_ns}, {"values", sample.values}}));
-  };
-}
-
 /// The next of 1, 2, 5, 10, 20, ... that is not below `value`.
 double RoundScale(double value) {
-  if (!std::isfinite(value) || value <= 0) {
-    return 1;
+  double scale = 1;
+  for (int step = 0; std::isfinite(value) && scale < value; ++step) {
+    scale *= step % 3 == 1 ? 2.5 : 2;
   }
-  const double decade = std::pow(10, std::floor(std::log10(value)));
-  for (const double factor : {1.0, 2.0, 5.0}) {
-    if (value <= factor * decade) {
-      return factor * decade;
-    }
-  }
-  return 10 * decade;
+  return scale;
 }
 
-/// Shows the newest sample on a terminal, a bar a channel, up to 20 times a second.
-class Bars {
+/// Shows the samples of one sensor: a line each or, on a terminal, the newest with a bar a channel,
+/// up to 20 times a second.
+class StreamView {
  public:
-  Bars(Panel panel, std::string title) : panel_(std::move(panel)), title_(std::move(title)) {}
+  StreamView(const Context& context, std::string sensor)
+      : context_(context), sensor_(std::move(sensor)), panel_(PanelOf(context)) {}
 
   void Show(const SpectralSample& sample) {
     if (samples_++ == 0) {
       start_ns_ = sample.timestamp_ns;
+      channels_ = sample.values.size();
+      context_.out.Add(context_.format == "csv" ? CsvHeader() : "");
     }
     newest_ = sample;
-    if (Clock::now() >= next_draw_) {
-      Draw();
+    if (!panel_) {
+      context_.out.Add(Line(sample));
+    } else if (Clock::now() >= next_draw_) {
+      DrawPanel();
     }
   }
 
   /// Shows what has been held back.
   void Finish() {
-    if (samples_ > 0) {
-      Draw();
+    if (panel_ && samples_ > 0) {
+      DrawPanel();
     }
   }
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  void Draw() {
+  std::string CsvHeader() const {
+    std::string line = "timestamp_ns";
+    for (size_t channel = 0; channel < channels_; ++channel) {
+      line += fmt::format(",channel_{}", channel);
+    }
+    return line + "\n";
+  }
+
+  std::string Line(const SpectralSample& sample) const {
+    if (context_.format == "json") {
+      return JsonLine(Json{
+          {"sensor", sensor_}, {"timestamp_ns", sample.timestamp_ns}, {"values", sample.values}});
+    }
+    const bool csv = context_.format == "csv";
+    std::string line =
+        csv ? fmt::format("{}", sample.timestamp_ns) : fmt::format("{:10.3f} s", SecondsAt(sample));
+    for (const float value : sample.values) {
+      line += csv ? fmt::format(",{}", value) : fmt::format(" {:9.2f}", value);
+    }
+    // In CSV a shorter sample keeps the number of columns; a longer one loses nothing.
+    const size_t missing = channels_ - std::min(channels_, sample.values.size());
+    return line + std::string(csv ? missing : 0, ',') + "\n";
+  }
+
+  void DrawPanel() {
     next_draw_ = Clock::now() + std::chrono::milliseconds(50);
     Rescale();
-    panel_.Begin();
-    panel_.AddText(fmt::format("{}   sample {}   {:.2f} s", title_, samples_,
-                               static_cast<double>(newest_.timestamp_ns - start_ns_) / 1e9));
+    panel_->Begin();
+    panel_->AddText(
+        fmt::format("{}   sample {}   {:.2f} s", Printable(sensor_), samples_, SecondsAt(newest_)));
     for (size_t channel = 0; channel < newest_.values.size(); ++channel) {
       const auto value = static_cast<double>(newest_.values[channel]);
-      panel_.AddBar(fmt::format("{:3}  {:12.2f}  ", channel, value), value / scale_);
+      panel_->AddBar(fmt::format("{:3}  {:12.2f}  ", channel, value), value / scale_);
     }
-    panel_.AddText(fmt::format("a full bar is {:g}; Ctrl-C ends", scale_));
-    panel_.Draw();
+    panel_->AddText(fmt::format("a full bar is {:g}; Ctrl-C ends", scale_));
+    panel_->Draw();
   }
 
   void Rescale() {
-    double largest = 0;
-    for (const float value : newest_.values) {
-      largest = std::max(largest, static_cast<double>(value));
-    }
-    const double needed = RoundScale(largest);
+    const auto largest = std::max_element(newest_.values.begin(), newest_.values.end());
+    const double needed = largest == newest_.values.end() ? 1 : RoundScale(*largest);
     // Shrinks only when the bars would become very short, lest the scale jump to and fro.
     if (needed > scale_ || needed <= scale_ / 5) {
       scale_ = needed;
     }
   }
 
-  Panel panel_;
-  const std::string title_;
-  SpectralSample newest_{};
-  int64_t start_ns_ = 0;
+  double SecondsAt(const SpectralSample& sample) const {
+    return static_cast<double>(sample.timestamp_ns - start_ns_) / 1e9;
+  }
+
+  const Context& context_;
+  const std::string sensor_;
+  std::optional<Panel> panel_;
   uint64_t samples_ = 0;
+  int64_t start_ns_ = 0;  // of the first sample
+  size_t channels_ = 0;   // of the first sample
+  SpectralSample newest_{};
   double scale_ = 1;  // the value of a full bar
   Clock::time_point next_draw_{};
 };
 
-LineWriter MakeLineWriter(const Context& context, const std::string& sensor) {
-  if (context.format == Format::kJson) {
-    return JsonWriter(context.out, sensor);
-  }
-  return context.format == Format::kCsv ? CsvWriter(context.out) : TextWriter(context.out);
-}
-
 void RunStream(const Context& context, const StreamOptions& options) {
+  const bool on_change = options.mode == "on-change";
   SensorRun run(context, OpticalSensorType::kAmbientLight, options.run,
                 [&](HylSpectralApi& api, const char* name, uint32_t& session_id) {
-                  return api.EnableAmbientLightSensor(name, session_id, options.mode);
+                  return api.EnableAmbientLightSensor(name, session_id,
+                                                      on_change ? SensorReportingMode::kOnChange
+                                                                : SensorReportingMode::kContinuous);
                 });
-  std::optional<Bars> bars;
-  if (auto panel = PanelOf(context)) {
-    bars.emplace(*std::move(panel), Printable(run.sensor()));
-  }
-  const LineWriter write_line = MakeLineWriter(context, run.sensor());
+  StreamView view(context, run.sensor());
   // Without a change of the light an on-change sensor has nothing to send.
-  const double timeout = options.mode == SensorReportingMode::kContinuous
-                             ? options.run.timeout
-                             : std::numeric_limits<double>::infinity();
+  const double timeout = on_change ? std::numeric_limits<double>::infinity() : options.run.timeout;
   uint64_t left = options.count;
   const RunEnd end = run.Pump(options.run.seconds, timeout, [&](const Delivery& delivery) {
-    const auto& sample = std::get<SpectralSample>(delivery);
-    if (bars) {
-      bars->Show(sample);
-    } else {
-      write_line(sample);
-    }
+    view.Show(std::get<SpectralSample>(delivery));
     return --left != 0;
   });
-  if (bars) {
-    bars->Finish();
-  }
+  view.Finish();
   context.out.Flush();
   run.Finish(end);
 }
@@ -184,15 +150,10 @@ void AddStreamCommand(CLI::App& app, const Context& context) {
       app.add_subcommand("stream", "show the samples of an ambient-light sensor");
   const auto options = std::make_shared<StreamOptions>();
   AddRunOptions(*stream, options->run);
-  AddChoice<SensorReportingMode>(
-      *stream, "--mode",
-      {{"continuous", SensorReportingMode::kContinuous},
-       {"on-change", SensorReportingMode::kOnChange}},
-      [options](SensorReportingMode mode) { options->mode = mode; },
-      "when the sensor reports; continuous unless given");
-  stream->add_option("--count", options->count, "end after N samples")
-      ->type_name("N")
-      ->check(NumberWithin(1, 1e15));
+  TakeOneOf(stream->add_option("--mode", options->mode,
+                               "when the sensor reports; continuous unless given"),
+            "continuous|on-change");
+  TakeNumber(stream->add_option("--count", options->count, "end after N samples"), "N", 1, 1e15);
   stream->footer(
       "On a terminal the text format draws a bar a channel; elsewhere it is a line a sample.\n"
       "Example: hyl-spectral stream rear --seconds 10 --format csv > samples.csv");

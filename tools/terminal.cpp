@@ -84,27 +84,20 @@ void Output::Flush() {
   const std::string text = std::exchange(pending_, {});
   std::string_view rest = text;
   while (!rest.empty()) {
-    WaitUntilWritable();
+    pollfd polled[] = {{fd_, POLLOUT, 0}, {signals_.get(), POLLIN, 0}};
+    const int ready = poll(polled, std::size(polled), -1);
+    // What can be written still is, so that an interrupted run ends with a whole line.
+    if (ready > 0 && polled[0].revents == 0) {
+      throw QuietEnd{};
+    }
     // A writable pipe takes this much without blocking.
-    const ssize_t written = write(fd_, rest.data(), std::min<size_t>(rest.size(), PIPE_BUF));
+    const ssize_t written =
+        ready > 0 ? write(fd_, rest.data(), std::min<size_t>(rest.size(), PIPE_BUF)) : ready;
     if (written >= 0) {
       rest.remove_prefix(static_cast<size_t>(written));
     } else if (errno != EINTR && errno != EAGAIN) {
       ThrowWriteFailure(errno);
     }
-  }
-}
-
-void Output::WaitUntilWritable() const {
-  pollfd polled[] = {{fd_, POLLOUT, 0}, {signals_.get(), POLLIN, 0}};
-  while (poll(polled, std::size(polled), -1) < 0) {
-    if (errno != EINTR) {
-      ThrowWriteFailure(errno);
-    }
-  }
-  // What can be written still is, so that an interrupted run ends with a whole line.
-  if (polled[0].revents == 0) {
-    throw QuietEnd{};
   }
 }
 
@@ -165,7 +158,11 @@ void Panel::AddColumns(const std::vector<double>& parts) {
 }
 
 void Panel::Draw() {
-  KeepLinesThatFit();
+  if (lines_.size() > rows_) {
+    const size_t hidden = lines_.size() - rows_ + 1;
+    lines_.resize(rows_ - 1);
+    AddText(fmt::format("{} more lines need a taller window", hidden));
+  }
   // Ctrl-C may have moved the cursor within its line, by its echo.
   std::string picture = "\r";
   if (drawn_lines_ > 0) {
@@ -188,15 +185,6 @@ std::string Panel::BarCells(double fill, size_t width) const {
     cells += unicode_ ? kFromLeft[filled] : filled == 0 ? " " : "#";
   }
   return cells;
-}
-
-void Panel::KeepLinesThatFit() {
-  if (lines_.size() <= rows_) {
-    return;
-  }
-  const size_t hidden = lines_.size() - rows_ + 1;
-  lines_.resize(rows_ - 1);
-  AddText(fmt::format("{} more lines need a taller window", hidden));
 }
 
 }  // namespace hyl::v2::tool

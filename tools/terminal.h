@@ -60,8 +60,6 @@ class Output {
   int fd() const { return fd_; }
 
  private:
-  void WaitUntilWritable() const;
-
   const int fd_;
   FileDescriptor signals_;  // readable for good after an interrupting signal
   std::string pending_;
@@ -91,7 +89,6 @@ class Panel {
  private:
   Panel(Output& out, bool colour, bool unicode) : out_(out), colour_(colour), unicode_(unicode) {}
   std::string BarCells(double fill, size_t width) const;
-  void KeepLinesThatFit();
 
   Output& out_;
   const bool colour_;

@@ -3,12 +3,10 @@
 #include <optional>
 #include <string>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace hyl::v2::tool {
-
-/// How a command prints its results.
-enum class Format { kText, kCsv, kJson };
 
 /// JSON whose members stay in order, and whose numbers are single-precision, as the library's are,
 /// so that they have no more digits than it takes to read them back.
@@ -22,9 +20,8 @@ std::string JsonLine(const AnyJson& json) {
 }
 
 /// With `digits` decimals and the unit; "none" where there is no value.
-std::string FixedText(std::optional<double> value, int digits, const char* unit);
-
-/// `text`, which should be UTF-8, with control characters as '?'.
-std::string Printable(std::string text);
+inline std::string FixedText(std::optional<double> value, int digits, const char* unit) {
+  return value ? fmt::format("{:.{}f}{}", *value, digits, unit) : "none";
+}
 
 }  // namespace hyl::v2::tool

@@ -1,7 +1,5 @@
 #include "settings.h"
 
-#include <set>
-
 #include <gtest/gtest.h>
 
 #include "errors.h"
@@ -35,11 +33,10 @@ TEST(SettingsTest, WordsAreReadExactlyOrRefused) {
                             {"exposure-time", "99999999999999999999999", {}}};
   for (const auto& [name, word, value] : cases) {
     SCOPED_TRACE(name + std::string("=") + word);
-    const Setting& setting = FindSetting(name, &Setting::write);
     if (value.is_null()) {
-      EXPECT_THROW(ParseArguments(setting, setting.write, {word}), Failure);
+      EXPECT_THROW(ParseCall(&Setting::write, name, {word}), Failure);
     } else {
-      EXPECT_EQ(ParseArguments(setting, setting.write, {word}), Values{value});
+      EXPECT_EQ(ParseCall(&Setting::write, name, {word}).values, Values{value});
     }
   }
 }
@@ -57,17 +54,8 @@ TEST(SettingsTest, AssignmentsAreReadExactlyOrRefused) {
 }
 
 TEST(SettingsTest, CoverAllOperations) {
-  size_t reads = 0;
-  size_t writes = 0;
-  std::set<std::string> names;
-  for (const Setting& setting : AllSettings()) {
-    reads += setting.read.run != nullptr ? 1U : 0U;
-    writes += setting.write.run != nullptr ? 1U : 0U;
-    names.insert(setting.name);
-  }
-  EXPECT_EQ(reads, 9U);
-  EXPECT_EQ(writes, 11U);
-  EXPECT_EQ(names.size(), AllSettings().size());
+  EXPECT_EQ(SettingsTo(&Setting::read).size(), 9U);
+  EXPECT_EQ(SettingsTo(&Setting::write).size(), 11U);
 }
 
 }  // namespace
