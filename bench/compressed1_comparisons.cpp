@@ -8,7 +8,7 @@
 #include <streamvbyte.h>
 #include <streamvbyte_zigzag.h>
 
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "comparison.h"
 #include "flicker_streams.h"

@@ -6,7 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #include <hyl/flicker_messages.h>
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "comparison.h"
 #include "flicker_streams.h"

@@ -4,7 +4,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include "comparison.h"
 #include "flicker_streams.h"

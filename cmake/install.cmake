@@ -23,13 +23,7 @@ endfunction()
 set_target_properties(hyl_v2_spectral_api PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS hyl_v2_spectral_api
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
-install(DIRECTORY v2/core/include/hyl
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library FILES_MATCHING PATTERN "*.h")
-# The other headers beside these are the library's own.
-install(FILES
-  v2/api/include/hyl/flicker_sample_block.h
-  v2/api/include/hyl/hyl_spectral_api.h
-  v2/api/include/hyl/hyl_spectral_api_callback_interface.h
+install(FILES ${HYL_PUBLIC_HEADERS}
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/hyl COMPONENT library)
 configure_package_config_file(
   cmake/package/hyl_spectralConfig.cmake.in

@@ -108,7 +108,7 @@ std::vector<Fault> EnableFaults() {
       Fault("Unknown", kIdle, EnableIt("Side", 1)).Gives(7, "Sensor 'Side' not found"),
       Fault("Flicker", kIdle, EnableIt("Flicker", 2)).Gives(7, "Sensor 'Flicker' not found"),
       Fault("Index256", kFarOnly, EnableIt("Far", 1))
-          .Gives(2, "Cannot start sensor 'Far'-1012:256, index above 255"),
+          .Gives(2, "Cannot start sensor 'Far'-1012:256, priority above 255"),
   };
 }
 

@@ -63,13 +63,14 @@ struct Sensor {
   SensorReportingMode mode() const { return type == 12 ? kOnChange : kContinuous; }
 };
 
-constexpr Sensor kRearSeldom{kRearOnChange, 12, 0, "Rear ALS"};
-constexpr Sensor kRear{kRearContinuous, 1012, 0, "Rear ALS"};
-constexpr Sensor kFrontSeldom{kFrontOnChange, 12, 1, "Front ALS"};
-constexpr Sensor kFront{kFrontContinuous, 1012, 1, "Front ALS"};
-constexpr Sensor kLamp{kFlicker, 13, 0, "Flicker"};
+constexpr Sensor kRearOnChangeSensor{kRearOnChange, 12, 0, "Rear ALS"};
+constexpr Sensor kRearSensor{kRearContinuous, 1012, 0, "Rear ALS"};
+constexpr Sensor kFrontOnChangeSensor{kFrontOnChange, 12, 1, "Front ALS"};
+constexpr Sensor kFrontSensor{kFrontContinuous, 1012, 1, "Front ALS"};
+constexpr Sensor kFlickerSensor{kFlicker, 13, 0, "Flicker"};
 /// In the order of the framework's list.
-constexpr const Sensor* kSensors[] = {&kRearSeldom, &kRear, &kFrontSeldom, &kFront, &kLamp};
+constexpr const Sensor* kSensors[] = {&kRearOnChangeSensor, &kRearSensor, &kFrontOnChangeSensor,
+                                      &kFrontSensor, &kFlickerSensor};
 
 /// Told of every operation before it is called, tells its result. A session goes by the way of its
 /// data.
@@ -215,24 +216,24 @@ class ScriptRun {
     EXPECT_EQ(HylErr::kOk, HylSpectralApi::Create(&api_, &client_, HylLogLevel::kInfo));
     rules_.Discover();
     CompareNames();
-    Enable(DataWay::kRearSample, kRear);
-    Enable(DataWay::kFrontEvents, kFrontSeldom);
-    Enable(DataWay::kFlickerData, kLamp);
-    Enable(DataWay::kFlickerData, kLamp);  // runs already
+    Enable(DataWay::kRearSample, kRearSensor);
+    Enable(DataWay::kFrontEvents, kFrontOnChangeSensor);
+    Enable(DataWay::kFlickerData, kFlickerSensor);
+    Enable(DataWay::kFlickerData, kFlickerSensor);  // runs already
     AccessSettings();
-    Change(DataWay::kRearSample, kRearSeldom);
-    Change(DataWay::kRearSample, kRear);
-    Change(DataWay::kFrontEvents, kFront);
-    Change(DataWay::kFrontEvents, kFront);  // in that mode already
+    Change(DataWay::kRearSample, kRearOnChangeSensor);
+    Change(DataWay::kRearSample, kRearSensor);
+    Change(DataWay::kFrontEvents, kFrontSensor);
+    Change(DataWay::kFrontEvents, kFrontSensor);  // in that mode already
     Deliver(DataWay::kRearSample, {{1, 2, 3}});
     Deliver(DataWay::kFrontEvents, {{1}, {2}});
     for (const DataWay way : kAllDataWays) {
       Disable(way);
       Disable(way);
     }
-    Change(DataWay::kRearSample, kRearSeldom);
-    Enable(DataWay::kRearSample, kRear);
-    Enable(DataWay::kFlickerData, kLamp);
+    Change(DataWay::kRearSample, kRearOnChangeSensor);
+    Enable(DataWay::kRearSample, kRearSensor);
+    Enable(DataWay::kFlickerData, kFlickerSensor);
     HylSpectralApi::Destroy(&api_);  // stops neither
     DeliverLateReply();
     EXPECT_EQ(0, framework_.live_apis());
@@ -301,8 +302,8 @@ class ScriptRun {
   void CompareNames() {
     EXPECT_EQ(rules_.Names(1012), api_->GetAmbientLightSensorNames().size());
     EXPECT_EQ(rules_.Names(13), api_->GetFlickerSensorNames().size());
-    EXPECT_EQ(rules_.listed.count(&kLamp) != 0,
-              api_->IsSensorSupported(OpticalSensorType::kAnyOptical, kLamp.name));
+    EXPECT_EQ(rules_.listed.count(&kFlickerSensor) != 0,
+              api_->IsSensorSupported(OpticalSensorType::kAnyOptical, kFlickerSensor.name));
     Check("names");
   }
 

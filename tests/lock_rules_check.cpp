@@ -15,13 +15,13 @@ void TakesTheListMutexFirst(HylSpectralImpl& instance) {
 void TakesTheReplyMutexFirst(HylSpectralImpl& instance) {
   const std::lock_guard reply(instance.rear_callbacks_->reply_mutex);
   const std::lock_guard turn(  // expected-error {{must be acquired before}}
-      instance.config_turn_mutex_);
+      instance.config_.turn_mutex_);
 }
 
 void ChangesWhatIsGuarded(HylSpectralImpl& instance) {
   instance.session_mgr_.DeleteSession(1);  // expected-error {{requires holding}}
   instance.sensor_info_mgr_.version_ = 1;  // expected-error {{requires holding}}
-  instance.reply_ledger_.NoteSent();       // expected-error {{requires holding}}
+  instance.config_.ledger_.NoteSent();     // expected-error {{requires holding}}
 }
 
 }  // namespace hyl::v2

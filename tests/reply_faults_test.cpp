@@ -169,7 +169,7 @@ TEST_F(StrayReplyTest, AfterTheTimeLimitEndsTheNextWait) {
   uint8_t value = 0;
   ReturnsInTime(
       "a read", [&] { EXPECT_EQ(HylErr::kFailed, instance->GetRegister(nullptr, 1, &value)); },
-      std::chrono::seconds(10));
+      2 * kReplyTimeLimit);
   EXPECT_EQ(77, ReadWith(ReadReply(77))) << "the value of the register that was given up";
 }
 

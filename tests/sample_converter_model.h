@@ -1,61 +1,67 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "log_capture.h"
 
 namespace hyl::v2::test {
 
-/// What a SampleConverter has to do, written for plainness: one byte at a time, in 64-bit numbers,
-/// without masks or shift counts. It shares no code with the converter and keeps its samples to
-/// itself.
+/// Decodes as a SampleConverter must, in the plainest way: one byte after the other, with its state
+/// in the object. Shares no code with the converter. Allocates only for log entries. Does not
+/// estimate sequence numbers.
 class SampleConverterModel {
  public:
-  void SetOutput(size_t capacity, uint8_t bits);
+  void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);
   void ResetCounters();
   void Configure(int32_t kind, bool little_endian, uint8_t msb, uint8_t lsb);
-  uint32_t GetSeqNum(uint32_t offset);
   bool Convert(std::span<const uint8_t> chunk, uint8_t restart);
 
-  /// Those of the latest chunk that fit the capacity.
-  const std::vector<int32_t>& Samples() const { return samples_; }
+  /// What the buffer holds of the latest chunk.
+  std::span<const int32_t> Samples() const { return {buffer_, std::min(made_, room_)}; }
   uint32_t SeqNum() const { return seq_num_; }
   uint32_t TotalBytes() const { return total_bytes_; }
-  /// Compressed-1: the last byte of the stream so far, if a value begins with it.
-  std::optional<uint8_t> HeldByte() const { return held_byte_; }
+  /// Compressed-1: the last byte of the stream so far, if a difference begins with it.
+  std::optional<uint8_t> HeldByte() const;
   int32_t Sum() const { return sum_; }
-  /// What was logged since the last call.
-  std::vector<LogEntry> TakeLog();
+  /// What the converter must have logged since the last call.
+  std::vector<LogEntry> TakeLog() { return std::exchange(log_, {}); }
 
  private:
   struct Format {
-    int32_t kind;
-    uint8_t out_bits;  // as it was when the format came
-    size_t sample_bytes;
-    bool little_endian;
-    int msb;
-    int lsb;
+    int32_t kind = 0;   // none yet
+    int bits = 0;       // of a sample
+    int doublings = 0;  // that bring a sample to the wanted width; negative: halvings
+    size_t bytes = 0;   // of a sample, where that is fixed
+    bool little_endian = true;
+    int lsb = 0;
   };
 
   bool ConvertCompressed1(std::span<const uint8_t> chunk, bool restart);
   bool Convert16BitsIn2(std::span<const uint8_t> chunk);
   bool ConvertUncompressed(std::span<const uint8_t> chunk);
-  int64_t ReadField(std::span<const uint8_t> bytes) const;
-  /// Keeps the first samples, `room` at most, and warns if these are not all.
-  void Store(const std::vector<int32_t>& samples, size_t room);
+  void TakeByte(uint8_t byte);
+  int64_t ReadSample(const uint8_t* bytes) const;
+  void PutSample(int64_t sample);
+  void LogDroppedSamples();
 
+  int32_t* buffer_ = nullptr;
   size_t capacity_ = 0;
   uint8_t out_bits_ = 0;
-  std::optional<Format> format_;
+  Format format_;
   uint32_t seq_num_ = 0;
   uint32_t total_bytes_ = 0;
-  std::optional<uint8_t> held_byte_;
+  // Compressed-1: the difference that is being read, its bytes so far, and the sum of all before.
+  int64_t difference_ = 0;
+  size_t difference_bytes_ = 0;
   int32_t sum_ = 0;
-  std::vector<int32_t> samples_;
+  size_t made_ = 0;  // samples of the latest chunk, with those that were dropped
+  size_t room_ = 0;  // for them
   std::vector<LogEntry> log_;
 };
 

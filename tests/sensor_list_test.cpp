@@ -6,7 +6,7 @@
 #include <vector>
 
 #include <hyl/host/vector_faults.h>
-#include <hyl/sensor_info_mgr.h>
+#include <hyl/internal/sensor_info_mgr.h>
 
 #include "library_test.h"
 

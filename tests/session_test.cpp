@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-#include <hyl/session_mgr.h>
+#include <hyl/internal/session_mgr.h>
 
 #include "library_test.h"
 
@@ -30,8 +30,8 @@ TEST(SessionMgr, FillsTheFirstFreeEntryWithAFreshId) {
   LogCapture log;
   SessionMgr table;
   const uint32_t first = NextSessionId();
-  Session* entries[SessionMgr::kMaxSessions];
-  for (uint32_t i = 0; i < SessionMgr::kMaxSessions; ++i) {
+  Session* entries[kMaxSessions];
+  for (uint32_t i = 0; i < kMaxSessions; ++i) {
     entries[i] = Add(table, 100 + i);
     ASSERT_NE(nullptr, entries[i]);
     EXPECT_EQ(first + i, entries[i]->id);

@@ -131,7 +131,7 @@ TEST(LoggingWithoutMemory, LosesTheEntryBeforeAnyOther) {
   LogWithAllocations(0, "lost");
 }
 
-TEST_F(LoggingTest, AnEntryForWhichThereIsNoMemoryIsLostAndNothingElse) {
+TEST_F(LoggingTest, AnEntryWithoutMemoryIsLostAlone) {
   const std::string text(700, 'x');
   const std::string whole = text + text + text + ": No such file or directory";
   int lost = 0;

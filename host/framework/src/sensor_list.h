@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <hyl/sensor_list_entry.h>
+#include <hyl/api.h>
 
 namespace hyl::v2::host {
 

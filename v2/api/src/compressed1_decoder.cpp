@@ -7,9 +7,10 @@
 
 #include "lanes.h"
 
-// A byte whose highest bit, the stop bit, is set ends a difference. Three ways, the fastest first:
-// 32 differences of one byte each; the differences of one and two bytes in a window of 8 bytes, by
-// a table of byte shuffles with an entry for each pattern of stop bits; a single difference.
+// A byte whose highest bit, the stop bit, is set ends a difference. The decoder has three methods,
+// the fastest first: for 32 differences of one byte each; for the differences of one and two bytes
+// in a window of 8 bytes, by a table of byte shuffles with an entry for each pattern of stop bits;
+// for a single difference.
 
 namespace hyl::v2::spectral {
 namespace {
@@ -46,11 +47,13 @@ constexpr WindowTable kWindows = [] {
 }();
 
 /// Inlined whole, so that the members stay in registers.
-struct Decoder : Compressed1Cursor {
-  U32Lanes sums;  // `sum` in every lane
+struct Decoder {
+  Compressed1Cursor cursor;
+  U32Lanes sums;  // `cursor.sum` in every lane
 
   [[gnu::always_inline]] inline void Run() {
-    while (const size_t words = std::min({BytesLeft() / kWord, RoomLeft() / kWord, kWord})) {
+    while (const size_t words =
+               std::min({cursor.BytesLeft() / kWord, cursor.RoomLeft() / kWord, kWord})) {
       if (words >= 4 && NextAreOneByte32()) {
         DecodeOneByte16();
         DecodeOneByte16();
@@ -61,13 +64,13 @@ struct Decoder : Compressed1Cursor {
   }
 
   bool NextAreOneByte32() const {
-    const uint64_t all = Load<uint64_t>(next) & Load<uint64_t>(next + 8) &
-                         Load<uint64_t>(next + 16) & Load<uint64_t>(next + 24);
+    const uint64_t all = Load<uint64_t>(cursor.next) & Load<uint64_t>(cursor.next + 8) &
+                         Load<uint64_t>(cursor.next + 16) & Load<uint64_t>(cursor.next + 24);
     return (all & kStopBits) == kStopBits;
   }
 
   [[gnu::always_inline]] inline void DecodeOneByte16() {
-    U8Lanes bytes = ((Load<U8Lanes>(next) & 0x7F) ^ 0x40) - 0x40;
+    U8Lanes bytes = ((Load<U8Lanes>(cursor.next) & 0x7F) ^ 0x40) - 0x40;
     bytes += As<U8Lanes>(As<U64Lanes>(bytes) << 8);  // sums of two fit a byte
     const auto sign = As<U8Lanes>(As<S8Lanes>(bytes) < 0);
     Write(As<U16Lanes>(__builtin_shufflevector(bytes, sign, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5,
@@ -76,7 +79,7 @@ struct Decoder : Compressed1Cursor {
     Write(As<U16Lanes>(__builtin_shufflevector(bytes, sign, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28,
                                                13, 29, 14, 30, 15, 31)),
           8);
-    next += 16;
+    cursor.next += 16;
   }
 
   /// Takes one step for each of `words` words that are left. False at a malformed difference.
@@ -84,7 +87,7 @@ struct Decoder : Compressed1Cursor {
     uint64_t stops = 0;
     for (size_t i = 0; i < words; ++i) {
       // The stop bits of 8 bytes, gathered in one.
-      const uint64_t spread = Load<uint64_t>(next + kWord * i) & kStopBits;
+      const uint64_t spread = Load<uint64_t>(cursor.next + kWord * i) & kStopBits;
       stops |= (spread * 0x0002040810204081) >> 56 << (kWord * i);
     }
     for (size_t i = 0; i < words; ++i) {
@@ -93,7 +96,7 @@ struct Decoder : Compressed1Cursor {
       if (bytes == 0) {
         return false;
       }
-      next += bytes;
+      cursor.next += bytes;
       stops >>= bytes;
     }
     return true;
@@ -102,7 +105,7 @@ struct Decoder : Compressed1Cursor {
   /// Decodes the differences of one and two bytes that the next 8 bytes, with the given stop bits,
   /// begin with; tells how many bytes they take.
   [[gnu::always_inline]] inline unsigned DecodeWindow(uint64_t stops) {
-    const U8Lanes window = As<U8Lanes>(U64Lanes{Load<uint64_t>(next), 0});
+    const U8Lanes window = As<U8Lanes>(U64Lanes{Load<uint64_t>(cursor.next), 0});
     auto groups = As<U16Lanes>(ShuffleBytes(window, Load<U8Lanes>(&kWindows.shuffle[stops])));
     groups &= 0x7F7F;
     groups -= (groups >> 1) & 0x3F80;  // joins two groups of 7 bits
@@ -116,7 +119,7 @@ struct Decoder : Compressed1Cursor {
 
   /// Decodes a difference of any length; tells how many bytes it takes, 0 if it is malformed.
   [[gnu::always_inline]] inline unsigned DecodeOne() {
-    const auto groups = Load<uint32_t>(next);
+    const auto groups = Load<uint32_t>(cursor.next);
     const uint32_t stops = groups & static_cast<uint32_t>(kStopBits);
     if (stops == 0) {
       return 0;
@@ -126,18 +129,18 @@ struct Decoder : Compressed1Cursor {
                             (groups >> 2 & 0x7F << 14) | (groups >> 3 & 0x7F << 21);
     const unsigned unused = 32 - 7 * bytes;
     sums += static_cast<uint32_t>(static_cast<int32_t>(joined << unused) >> unused);
-    *out++ = static_cast<int32_t>(sums[0] << left) >> right;
+    *cursor.out++ = static_cast<int32_t>(sums[0] << cursor.left) >> cursor.right;
     return bytes;
   }
 
-  /// Writes samples `at` to `at` + 3 of `count`.
-  [[gnu::always_inline]] inline void WriteFour(S32Lanes samples, int at, int count) {
+  /// Writes samples `first` to `first` + 3 of `count`.
+  [[gnu::always_inline]] inline void WriteFour(S32Lanes samples, int first, int count) {
     // More samples are sure to overwrite what is written beyond `count`, except near the end.
-    if (BytesLeft() < kWord + 7 * kMaxBytes) [[unlikely]] {
-      const S32Lanes valid = S32Lanes{0, 1, 2, 3} < count - at;
-      samples = (samples & valid) | (Load<S32Lanes>(out + at) & ~valid);
+    if (cursor.BytesLeft() < kWord + 7 * kMaxBytes) [[unlikely]] {
+      const S32Lanes valid = S32Lanes{0, 1, 2, 3} < count - first;
+      samples = (samples & valid) | (Load<S32Lanes>(cursor.out + first) & ~valid);
     }
-    std::memcpy(out + at, &samples, sizeof(samples));
+    std::memcpy(cursor.out + first, &samples, sizeof(samples));
   }
 
   /// Writes the samples of `count` differences. `pairs`: the first difference, then the sums of
@@ -151,9 +154,9 @@ struct Decoder : Compressed1Cursor {
     const U32Lanes last =
         sums + As<U32Lanes>(__builtin_shufflevector(all, sign, 4, 12, 5, 13, 6, 14, 7, 15));
     sums = __builtin_shufflevector(last, last, 3, 3, 3, 3);
-    WriteFour(As<S32Lanes>(first << left) >> right, 0, count);
-    WriteFour(As<S32Lanes>(last << left) >> right, 4, count);
-    out += count;
+    WriteFour(As<S32Lanes>(first << cursor.left) >> cursor.right, 0, count);
+    WriteFour(As<S32Lanes>(last << cursor.left) >> cursor.right, 4, count);
+    cursor.out += count;
   }
 };
 
@@ -162,8 +165,14 @@ struct Decoder : Compressed1Cursor {
 void DecodeCompressed1(Compressed1Cursor& cursor) {
   Decoder decoder{cursor, U32Lanes{} + static_cast<uint32_t>(cursor.sum)};
   decoder.Run();
-  decoder.sum = static_cast<int32_t>(decoder.sums[0]);
-  cursor = decoder;
+  // Field by field, so that the compiler keeps them in registers until here.
+  cursor = {.next = decoder.cursor.next,
+            .end = decoder.cursor.end,
+            .out = decoder.cursor.out,
+            .out_end = decoder.cursor.out_end,
+            .sum = static_cast<int32_t>(decoder.sums[0]),
+            .left = decoder.cursor.left,
+            .right = decoder.cursor.right};
 }
 
 }  // namespace hyl::v2::spectral

@@ -5,8 +5,8 @@
 
 namespace hyl::v2::spectral {
 
-/// The decoding of a compressed-1 chunk under way: what is left of the chunk, which goes on with a
-/// whole difference, and of the room for samples.
+/// Where the decoding of a compressed-1 chunk is: at the start of a difference, with what is left
+/// of the chunk and of the room for samples.
 struct Compressed1Cursor {
   const uint8_t* next = nullptr;
   const uint8_t* end = nullptr;
@@ -22,8 +22,7 @@ struct Compressed1Cursor {
 };
 
 /// Decodes the bulk of a chunk. Stops before a difference that cannot be decoded, and may stop
-/// before the last few bytes or samples. Touches no more of `out` than the chunk has samples for,
-/// unless it is malformed.
+/// before the last few bytes or samples. Writes only as many samples as a well-formed chunk has.
 void DecodeCompressed1(Compressed1Cursor& cursor);
 
 }  // namespace hyl::v2::spectral

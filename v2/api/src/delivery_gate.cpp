@@ -1,4 +1,4 @@
-#include <hyl/delivery_gate.h>
+#include <hyl/internal/delivery_gate.h>
 
 #include <utility>
 

@@ -44,7 +44,7 @@ uint32_t PlaceOne(const FixedPacking& packing, const uint8_t* data, size_t i) {
   return container;
 }
 
-/// The bulk of the work, in registers; left shifts, which are rare, only on demand.
+/// Unpacks 16 bytes at a time. Left shifts are rare, so only one of the two versions has them.
 template <bool kShiftLeft>
 void UnpackLanes(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
   const auto unpack = [mask = packing.mask, left = packing.left, right = packing.right](
@@ -72,8 +72,11 @@ void UnpackLanes(const FixedPacking& packing, const uint8_t* data, size_t count,
 
 void UnpackFixed(const FixedPacking& packing, const uint8_t* data, size_t count, int32_t* out) {
   if (kHasByteShuffle && count * packing.bytes >= kLoaded) {
-    packing.left != 0 ? UnpackLanes<true>(packing, data, count, out)
-                      : UnpackLanes<false>(packing, data, count, out);
+    if (packing.left != 0) {
+      UnpackLanes<true>(packing, data, count, out);
+    } else {
+      UnpackLanes<false>(packing, data, count, out);
+    }
     return;
   }
   for (size_t i = 0; i < count; ++i) {

@@ -5,8 +5,8 @@
 
 namespace hyl::v2::spectral {
 
-/// How samples of a fixed size stand in a chunk, and what is made of each, once its container's
-/// highest bit is at bit 31: (sample & mask) << left >> right.
+/// Where samples of a fixed size are in a chunk, and what each becomes once its container's highest
+/// bit is at bit 31: (sample & mask) << left >> right.
 struct FixedPacking {
   size_t bytes = 0;  ///< of a container: 2, 3 or 4
   bool little_endian = true;

@@ -7,6 +7,31 @@
 
 namespace hyl::v2 {
 
+HylErr HylSpectralApi::Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
+                              HylLogLevel /*level*/) {
+  if (out == nullptr) {
+    return HylErr::kNullPointer;
+  }
+  HylSpectralImpl* impl = nullptr;
+  const HylErr err = HylSpectralImpl::Create(&impl, callback);
+  *out = impl;
+  return err;
+}
+
+void HylSpectralApi::Destroy(HylSpectralApi** p) {
+  if (p == nullptr) {
+    return;
+  }
+  // Every instance that Create hands out is a HylSpectralImpl.
+  auto* impl = static_cast<HylSpectralImpl*>(*p);
+  HylSpectralImpl::Destroy(&impl);
+  if (impl == nullptr) {  // not while another Destroy is in progress
+    *p = nullptr;
+  }
+}
+
+HylSpectralApi::~HylSpectralApi() = default;
+
 HylErr HylSpectralImpl::Create(HylSpectralImpl** out, HylSpectralApiCallbackInterface* callback) {
   *out = new HylSpectralImpl(callback);
   return HylErr::kOk;
@@ -23,7 +48,7 @@ void HylSpectralImpl::Destroy(HylSpectralImpl** p) {
 HylSpectralImpl::HylSpectralImpl(HylSpectralApiCallbackInterface* callback) : callback_(callback) {
   api_ = Api::Create(ClientType::kSpectral);
   if (api_ == nullptr) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Failed to create HYL API instance");
+    HYL_LOG(ERROR, "Failed to create HYL API instance");
     return;
   }
   rear_callbacks_ = std::make_shared<RearSpectralCallbacks>(*this, callback_);
@@ -35,14 +60,14 @@ HylSpectralImpl::~HylSpectralImpl() {
   if (api_ == nullptr) {
     return;
   }
-  // The framework may hold the callback objects, and deliver to them, for longer than the instance
-  // lives. All are closed before the first is waited for, so that none gets new work meanwhile.
+  // The framework may hold the callback objects, and deliver to them, after the instance is gone.
+  // All are closed before the first is waited for, so that none admits new deliveries.
   const std::array<std::shared_ptr<spectral::SensorCallbacks>, 3> all = {
       flicker_callbacks_, front_callbacks_, rear_callbacks_};
   for (const auto& callbacks : all) {
     callbacks->gate.Close();
   }
-  EndWaitForReply();
+  config_.EndWait();
   for (const auto& callbacks : all) {
     callbacks->gate.Drain(callbacks);
   }
@@ -59,8 +84,7 @@ Vector<HylString> HylSpectralImpl::GetFlickerSensorNames() {
 HylString HylSpectralImpl::GetSensorName(uint32_t session_id) {
   uint64_t cookie = 0;
   if (!sessions().FindCookie(session_id, cookie)) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Cannot determine sensor name, no session-id:%d",
-            static_cast<int>(session_id));
+    HYL_LOG(ERROR, "Cannot determine sensor name, no session-id:%d", static_cast<int>(session_id));
     return {};
   }
   VersionedSensorInfo found;
@@ -72,17 +96,12 @@ HylString HylSpectralImpl::GetSensorName(uint32_t session_id) {
 
 bool HylSpectralImpl::IsSensorSupported(OpticalSensorType kind, const char* name) const {
   SensorType type = kAnySensorType;
-  switch (kind) {
-    case OpticalSensorType::kAmbientLight:
-      type = kContinuousAmbientLightType;
-      break;
-    case OpticalSensorType::kFlicker:
-      type = kFlickerType;
-      break;
-    case OpticalSensorType::kAnyOptical:
-      break;
-    default:
-      return false;
+  if (kind == OpticalSensorType::kAmbientLight) {
+    type = kContinuousAmbientLightType;
+  } else if (kind == OpticalSensorType::kFlicker) {
+    type = kFlickerType;
+  } else if (kind != OpticalSensorType::kAnyOptical) {
+    return false;
   }
   VersionedSensorInfo found;
   return sensor_info_mgr_.GetSensorInfo(found, type, name, 0);

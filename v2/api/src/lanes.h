@@ -11,8 +11,8 @@
 
 namespace hyl::v2::spectral {
 
-// The compilers' own vector types: 16 bytes, as many as every processor we build for handles at
-// once. Lanes that may overflow are unsigned, since there overflow is defined.
+// The compilers' vector types of 16 bytes, the width that all supported processors have. Lanes that
+// may overflow are unsigned, whose overflow is defined.
 using U8Lanes = uint8_t __attribute__((vector_size(16)));
 using S8Lanes = int8_t __attribute__((vector_size(16)));
 using S16Lanes = int16_t __attribute__((vector_size(16)));
@@ -35,11 +35,11 @@ To As(From lanes) {
   return reinterpret_cast<To>(lanes);
 }
 
-/// An index of no byte, and of none after up to 15 have been added.
+/// Selects zero, even after 15 is added.
 inline constexpr uint8_t kNoByte = 0x80;
 
-/// Takes from `bytes` those that `indices` name, and zero for kNoByte to 255. Only where
-/// kHasByteShuffle: elsewhere it is slower than doing without.
+/// Takes from `bytes` those that `indices` name, and zero for kNoByte to 255. To be used only if
+/// kHasByteShuffle is true.
 #if defined(__SSSE3__)
 inline constexpr bool kHasByteShuffle = true;
 inline U8Lanes ShuffleBytes(U8Lanes bytes, U8Lanes indices) {

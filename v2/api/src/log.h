@@ -9,9 +9,13 @@ namespace hyl::v2::spectral {
 
 inline constexpr char kLogTag[] = "HYL";
 
-/// Writes one entry: kLogTag, ": " and `message`.
-void WriteLog(const char* file, unsigned line, android::base::LogSeverity severity,
-              const std::string& message);
+/// Writes one entry: what all entries of the library begin with, and `message`.
+[[gnu::noinline]] inline void WriteLog(const char* file, unsigned line,
+                                       android::base::LogSeverity severity,
+                                       const std::string& message) {
+  android::base::LogMessage(file, line, severity, kLogTag, -1).stream()
+      << kLogTag << ": HYL_SpAPI: " << message;
+}
 
 }  // namespace hyl::v2::spectral
 

@@ -1,4 +1,4 @@
-#include <hyl/sample_converter.h>
+#include <hyl/internal/sample_converter.h>
 
 #include <algorithm>
 #include <bit>
@@ -75,8 +75,7 @@ bool SampleConverter::ConfigureUncompressedInputFormat(FlickerFormatSampleWidth 
   const bool fits = sbytes >= 2 && sbytes <= 4 && msb <= 16 && lsb <= 16 && msb + lsb <= 16 &&
                     8 * sbytes > size_t{msb} + lsb;
   if (!fits) {
-    HYL_LOG(WARNING, "HYL_SpAPI: Invalid converter config (sbytes:%zu msb:%d lsb:%d)", sbytes, msb,
-            lsb);
+    HYL_LOG(WARNING, "Invalid converter config (sbytes:%zu msb:%d lsb:%d)", sbytes, msb, lsb);
     return false;
   }
   format_ = static_cast<uint32_t>(width);
@@ -94,7 +93,7 @@ uint32_t SampleConverter::GetSeqNum(uint32_t offset) const {
   }
   const uint32_t gap = offset - total_bytes_;
   if (static_cast<int32_t>(gap * 8) < 0) {
-    HYL_LOG(WARNING, "HYL_SpAPI: Cannot estimate missing gap of data (off:%d total:%d)",
+    HYL_LOG(WARNING, "Cannot estimate missing gap of data (off:%d total:%d)",
             static_cast<int>(offset), static_cast<int>(total_bytes_));
     return 0;
   }
@@ -127,7 +126,7 @@ bool SampleConverter::Convert(const uint8_t* data, size_t len, uint8_t restart) 
   } else if (format_ != kNoFormat) {
     converted = ConvertUncompressed(data, len);
   } else {
-    HYL_LOG(WARNING, "HYL_SpAPI: No sample format received yet");
+    HYL_LOG(WARNING, "No sample format received yet");
   }
   if (converted) {
     seq_num_ += static_cast<uint32_t>(out_count_);
@@ -209,8 +208,7 @@ void SampleConverter::DecodeBulk(const uint8_t* data, size_t len, size_t& decode
 bool SampleConverter::FinishCompressed1(const uint8_t* data, size_t len) {
   bit_pos_ -= 8 * static_cast<int64_t>(len);
   if (bit_pos_ < -8) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Did not process all data (left:%zd bits)!",
-            static_cast<ssize_t>(-bit_pos_));
+    HYL_LOG(ERROR, "Did not process all data (left:%zd bits)!", static_cast<ssize_t>(-bit_pos_));
     bit_pos_ = 0;
     return false;
   }
@@ -223,7 +221,7 @@ bool SampleConverter::FinishCompressed1(const uint8_t* data, size_t len) {
 size_t SampleConverter::LimitToCapacity(size_t wanted) const {
   if (wanted > out_capacity_) {
     HYL_LOG(WARNING,
-            "HYL_SpAPI: Not enough space in sample converter buffer (want:%zu have:%zu). Samples "
+            "Not enough space in sample converter buffer (want:%zu have:%zu). Samples "
             "will be dropped.",
             wanted, out_capacity_);
     return out_capacity_;
@@ -245,7 +243,7 @@ void SampleConverter::Unpack(FixedPacking packing, const uint8_t* data, size_t c
 
 bool SampleConverter::Convert16BitsIn2(const uint8_t* data, size_t len) {
   if (len % 4 != 0) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Received data size (%zu) doesn't fit must be 32-bit wide", len);
+    HYL_LOG(ERROR, "Received data size (%zu) doesn't fit must be 32-bit wide", len);
     return false;
   }
   const size_t count = LimitToCapacity(len / 2) & ~size_t{1};
@@ -255,8 +253,7 @@ bool SampleConverter::Convert16BitsIn2(const uint8_t* data, size_t len) {
 
 bool SampleConverter::ConvertUncompressed(const uint8_t* data, size_t len) {
   if (len % sample_bytes_ != 0) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Received data size (%zu) doesn't fit sample-width (%zu)", len,
-            sample_bytes_);
+    HYL_LOG(ERROR, "Received data size (%zu) doesn't fit sample-width (%zu)", len, sample_bytes_);
     return false;
   }
   const size_t count = LimitToCapacity(len / sample_bytes_);

@@ -1,4 +1,4 @@
-// Starting and stopping a sensor: what ambient light and flicker share.
+// Starting, changing and stopping sensors of both kinds.
 
 #include <utility>
 
@@ -10,87 +10,75 @@
 namespace hyl::v2 {
 
 using spectral::RequestId;
-using spectral::SensorHandle;
 
 namespace {
 
 constexpr uint64_t kAmbientLightPeriod = 100'000'000;
 constexpr uint64_t kFlickerPeriod = 10'000'000'000;
 
+bool IsValid(SensorReportingMode mode) {
+  return mode == SensorReportingMode::kContinuous || mode == SensorReportingMode::kOnChange;
+}
+
+/// A device lists each ambient-light sensor once for each mode.
+SensorType TypeFor(ReportingMode mode) {
+  return mode == ReportingMode::kOnChange ? kOnChangeAmbientLightType : kContinuousAmbientLightType;
+}
+
 const char* OrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-const char* Label(OpticalSensorType kind) {
-  return kind == OpticalSensorType::kFlicker ? "flicker" : "ALS";
-}
-
-/// Flicker messages always go by the flicker type; an ambient-light sensor has one of two types.
-uint32_t HandleOf(OpticalSensorType kind, const spectral::SensorInfo& info) {
-  return SensorHandle(kind == OpticalSensorType::kFlicker ? kFlickerType : info.type,
-                      info.priority);
-}
-
-void FillOnChange(StartOnChangeSamplingReq& request, uint32_t request_id) {
-  request.lead_byte = spectral::kLeadByte;
-  request.client_id = request_id;
-  request.option_flag = 1;
-  request.is_wake_up = true;
-}
-
-void FillContinuous(StartContinuousSamplingReq& request, uint32_t request_id,
-                    OpticalSensorType kind) {
-  const bool flicker = kind == OpticalSensorType::kFlicker;
-  request.lead_byte = spectral::kLeadByte;
-  request.client_id = request_id;
-  request.period = flicker ? kFlickerPeriod : kAmbientLightPeriod;
-  request.option_flag = flicker ? 0 : 1;
-  request.is_wake_up = !flicker;
-}
-
 }  // namespace
 
-std::shared_ptr<spectral::SensorCallbacks> HylSpectralImpl::CallbacksFor(OpticalSensorType kind,
-                                                                         uint32_t priority) const {
-  if (kind == OpticalSensorType::kFlicker) {
-    return flicker_callbacks_;
+HylErr HylSpectralImpl::EnableAmbientLightSensor(const char* name, uint32_t& session_id,
+                                                 SensorReportingMode mode) {
+  if (!IsValid(mode)) {
+    HYL_LOG(ERROR, "Cannot enable ALS, invalid reporting mode: %u", static_cast<uint32_t>(mode));
+    return HylErr::kInvalidArgument;
   }
-  if (priority == 0) {
-    return rear_callbacks_;
+  const std::lock_guard lock(mutex_);
+  Session* session = nullptr;
+  const auto wanted = static_cast<ReportingMode>(mode);
+  const HylErr err = EnableSensor_locked(OpticalSensorType::kAmbientLight, TypeFor(wanted), wanted,
+                                         name, &session);
+  if (session != nullptr) {
+    session_id = session->id;
   }
-  return front_callbacks_;
+  return err;
 }
 
-HylErr HylSpectralImpl::Send(uint32_t sensor_handle, RequestType type, const Request& request,
-                             std::shared_ptr<spectral::SensorCallbacks> callbacks) {
-  if (api_ == nullptr) {
-    return HylErr::kFailed;
+HylErr HylSpectralImpl::EnableFlickerSensor(const char* name, int* buffer, size_t size,
+                                            uint8_t out_bits, uint32_t& session_id) {
+  const std::lock_guard lock(mutex_);
+  Session* session = nullptr;
+  const HylErr err = EnableSensor_locked(OpticalSensorType::kFlicker, kFlickerType,
+                                         ReportingMode::kContinuous, name, &session);
+  if (session != nullptr) {
+    session->converter.SetOutput(buffer, size, out_bits);
+    session_id = session->id;
   }
-  return api_->InvokeAsyncServiceCall(sensor_handle, static_cast<uint32_t>(type), request,
-                                      std::move(callbacks));
+  return err;
 }
 
-HylErr HylSpectralImpl::SendStart_locked(OpticalSensorType kind, ReportingMode mode,
-                                         const SensorInfo& info) {
-  const uint32_t handle = HandleOf(kind, info);
-  if (mode == ReportingMode::kOnChange) {
-    StartOnChangeSamplingReq request;
-    FillOnChange(request, info.request_id);
-    return Send(handle, RequestType::kStartOnChangeSampling, request,
-                CallbacksFor(kind, info.priority));
+HylErr HylSpectralImpl::ChangeAmbientLightSensorReporting(uint32_t session_id,
+                                                          SensorReportingMode mode) {
+  if (!IsValid(mode)) {
+    HYL_LOG(ERROR, "Change-ALS: Invalid reporting mode (%u)!", static_cast<uint32_t>(mode));
+    return HylErr::kInvalidArgument;
   }
-  StartContinuousSamplingReq request;
-  FillContinuous(request, info.request_id, kind);
-  return Send(handle, RequestType::kStartContinuousSampling, request,
-              CallbacksFor(kind, info.priority));
+  const std::lock_guard lock(mutex_);
+  return ChangeReporting_locked(session_id, static_cast<ReportingMode>(mode));
 }
 
-HylErr HylSpectralImpl::SendStop_locked(OpticalSensorType kind, const SensorInfo& info) {
-  StopSamplingReq request;
-  request.lead_byte = spectral::kLeadByte;
-  request.client_id = info.request_id;
-  return Send(HandleOf(kind, info), RequestType::kStopSampling, request,
-              CallbacksFor(kind, info.priority));
+HylErr HylSpectralImpl::DisableAmbientLightSensor(uint32_t session_id) {
+  const std::lock_guard lock(mutex_);
+  return DisableSensor_locked(OpticalSensorType::kAmbientLight, session_id);
+}
+
+HylErr HylSpectralImpl::DisableFlickerSensor(uint32_t session_id) {
+  const std::lock_guard lock(mutex_);
+  return DisableSensor_locked(OpticalSensorType::kFlicker, session_id);
 }
 
 HylErr HylSpectralImpl::EnableSensor_locked(OpticalSensorType kind, SensorType type,
@@ -98,25 +86,25 @@ HylErr HylSpectralImpl::EnableSensor_locked(OpticalSensorType kind, SensorType t
                                             Session** session) {
   VersionedSensorInfo found;
   if (!sensor_info_mgr_.GetSensorInfo(found, type, name, 0)) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Sensor '%s' not found", OrEmpty(name));
+    HYL_LOG(ERROR, "Sensor '%s' not found", OrEmpty(name));
     return HylErr::kNotFound;
   }
   SensorInfo& info = found.info;
   if (info.request_id != 0) {
-    HYL_LOG(WARNING, "HYL_SpAPI: Cannot start sensor '%s'-%d:%u, already running",
-            info.name.c_str(), info.type, info.priority);
+    HYL_LOG(WARNING, "Cannot start sensor '%s'-%d:%u, already running", info.name.c_str(),
+            info.type, info.priority);
     return HylErr::kAlreadyRunning;
   }
-  if (info.priority > spectral::kMaxPriority) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Cannot start sensor '%s'-%d:%u, index above %u", info.name.c_str(),
-            info.type, info.priority, spectral::kMaxPriority);
+  if (info.priority > kMaxPriority) {
+    HYL_LOG(ERROR, "Cannot start sensor '%s'-%d:%u, priority above %u", info.name.c_str(),
+            info.type, info.priority, kMaxPriority);
     return HylErr::kFailed;
   }
   info.request_id = RequestId(info.type, info.priority);
   const HylErr err = SendStart_locked(kind, mode, info);
   if (err != HylErr::kOk) {
     if (kind == OpticalSensorType::kAmbientLight) {
-      HYL_LOG(ERROR, "HYL_SpAPI: InvokeAsyncServiceCall err:  %d!", static_cast<int>(err));
+      HYL_LOG(ERROR, "InvokeAsyncServiceCall err:  %d!", static_cast<int>(err));
     }
     return err;
   }
@@ -138,8 +126,8 @@ HylErr HylSpectralImpl::OpenSession_locked(OpticalSensorType kind,
   if (*session != nullptr) {
     return HylErr::kOk;
   }
-  HYL_LOG(ERROR, "HYL_SpAPI: Cannot enable %s sensor '%s', no session available!", Label(kind),
-          session_name);
+  HYL_LOG(ERROR, "Cannot enable %s sensor '%s', no session available!",
+          kind == OpticalSensorType::kFlicker ? "flicker" : "ALS", session_name);
   const HylErr err = SendStop_locked(kind, running.info);
   if (kind == OpticalSensorType::kAmbientLight) {
     VersionedSensorInfo stopped = running;
@@ -149,11 +137,61 @@ HylErr HylSpectralImpl::OpenSession_locked(OpticalSensorType kind,
   return err == HylErr::kOk ? HylErr::kNoSession : err;
 }
 
+HylErr HylSpectralImpl::ChangeReporting_locked(uint32_t session_id, ReportingMode mode) {
+  constexpr auto kKind = OpticalSensorType::kAmbientLight;
+  Session* const session = session_mgr_.FindById(session_id);
+  if (session == nullptr) {
+    HYL_LOG(ERROR, "Change-ALS: Cannot find session for id (%u)", session_id);
+    return HylErr::kNotFound;
+  }
+  if (session->mode == mode) {
+    return HylErr::kOk;
+  }
+  VersionedSensorInfo old;
+  if (const HylErr err = StopForChange_locked(*session, old); err != HylErr::kOk) {
+    return err;
+  }
+  const SensorType type = TypeFor(mode);
+  VersionedSensorInfo found;
+  if (!sensor_info_mgr_.GetSensorInfo(found, type, nullptr, old.info.priority)) {
+    HYL_LOG(ERROR, "Change-ALS: Sensor of new type %d priority %d not found", type,
+            static_cast<int>(old.info.priority));
+    return HylErr::kNotFound;
+  }
+  found.info.request_id = RequestId(type, found.info.priority);
+  if (const HylErr err = SendStart_locked(kKind, mode, found.info); err != HylErr::kOk) {
+    HYL_LOG(ERROR, "Change-ALS: start err:  %d!", static_cast<int>(err));
+    return err;
+  }
+  if (!sensor_info_mgr_.SetRequestId(found)) {
+    return HylErr::kFailed;
+  }
+  CallbacksFor(kKind, found.info.priority)->cookie = found.Cookie();
+  session->type = type;
+  session->mode = mode;
+  session->cookie = found.Cookie();
+  return HylErr::kOk;
+}
+
+HylErr HylSpectralImpl::StopForChange_locked(Session& session, VersionedSensorInfo& old) {
+  const uint64_t cookie = session.cookie;
+  if (!sensor_info_mgr_.GetSensorInfo(old, cookie)) {
+    HYL_LOG(ERROR, "Change-ALS: Cannot stop, sensor with cookie:%lx not found.", cookie);
+    return HylErr::kNotFound;
+  }
+  const HylErr err = SendStop_locked(OpticalSensorType::kAmbientLight, old.info);
+  if (err != HylErr::kOk) {
+    HYL_LOG(ERROR, "Change-ALS: InvokeAsyncServiceCall err:  %d!", static_cast<int>(err));
+    return err;
+  }
+  old.info.request_id = 0;
+  return sensor_info_mgr_.SetRequestId(old) ? HylErr::kOk : HylErr::kFailed;
+}
+
 HylErr HylSpectralImpl::DisableSensor_locked(OpticalSensorType kind, uint32_t session_id) {
   const Session* const session = session_mgr_.FindById(session_id);
   if (session == nullptr) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Cannot disable sensor, no session-id:%d",
-            static_cast<int>(session_id));
+    HYL_LOG(ERROR, "Cannot disable sensor, no session-id:%d", static_cast<int>(session_id));
     return HylErr::kNotFound;
   }
   const uint64_t cookie = session->cookie;
@@ -161,7 +199,7 @@ HylErr HylSpectralImpl::DisableSensor_locked(OpticalSensorType kind, uint32_t se
 
   VersionedSensorInfo found;
   if (!sensor_info_mgr_.GetSensorInfo(found, cookie)) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Cannot stop, sensor with cookie:%lx not found.", cookie);
+    HYL_LOG(ERROR, "Cannot stop, sensor with cookie:%lx not found.", cookie);
     return HylErr::kNotFound;
   }
   const HylErr err = SendStop_locked(kind, found.info);
@@ -170,11 +208,60 @@ HylErr HylSpectralImpl::DisableSensor_locked(OpticalSensorType kind, uint32_t se
     return HylErr::kFailed;
   }
   if (err != HylErr::kOk) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Failed to stop sensor '%s'-%d:%u(%u@v%u) (err:%d)",
-            found.info.name.c_str(), found.info.type, found.info.priority, stopped_id,
-            found.version, static_cast<int>(err));
+    HYL_LOG(ERROR, "Failed to stop sensor '%s'-%d:%u(%u@v%u) (err:%d)", found.info.name.c_str(),
+            found.info.type, found.info.priority, stopped_id, found.version, static_cast<int>(err));
   }
   return err;
+}
+
+std::shared_ptr<spectral::SensorCallbacks> HylSpectralImpl::CallbacksFor(OpticalSensorType kind,
+                                                                         uint32_t priority) const {
+  if (kind == OpticalSensorType::kFlicker) {
+    return flicker_callbacks_;
+  }
+  if (priority == 0) {
+    return rear_callbacks_;
+  }
+  return front_callbacks_;
+}
+
+HylErr HylSpectralImpl::SendStart_locked(OpticalSensorType kind, ReportingMode mode,
+                                         const SensorInfo& info) {
+  if (mode == ReportingMode::kOnChange) {
+    StartOnChangeSamplingReq request;
+    request.lead_byte = spectral::kLeadByte;
+    request.client_id = info.request_id;
+    request.option_flag = 1;
+    request.is_wake_up = true;
+    return Send_locked(kind, info, RequestType::kStartOnChangeSampling, request);
+  }
+  const bool flicker = kind == OpticalSensorType::kFlicker;
+  StartContinuousSamplingReq request;
+  request.lead_byte = spectral::kLeadByte;
+  request.client_id = info.request_id;
+  request.period = flicker ? kFlickerPeriod : kAmbientLightPeriod;
+  request.option_flag = flicker ? 0 : 1;
+  request.is_wake_up = !flicker;
+  return Send_locked(kind, info, RequestType::kStartContinuousSampling, request);
+}
+
+HylErr HylSpectralImpl::SendStop_locked(OpticalSensorType kind, const SensorInfo& info) {
+  StopSamplingReq request;
+  request.lead_byte = spectral::kLeadByte;
+  request.client_id = info.request_id;
+  return Send_locked(kind, info, RequestType::kStopSampling, request);
+}
+
+HylErr HylSpectralImpl::Send_locked(OpticalSensorType kind, const SensorInfo& info,
+                                    RequestType type, const Request& request) {
+  if (api_ == nullptr) {
+    return HylErr::kFailed;
+  }
+  // A flicker operation names its sensor by the flicker type, whatever kind the session is of.
+  const uint32_t handle = spectral::SensorHandle(
+      kind == OpticalSensorType::kFlicker ? kFlickerType : info.type, info.priority);
+  return api_->InvokeAsyncServiceCall(handle, static_cast<uint32_t>(type), request,
+                                      CallbacksFor(kind, info.priority));
 }
 
 }  // namespace hyl::v2

@@ -1,9 +1,11 @@
-#include <hyl/sensor_info_mgr.h>
+#include <hyl/internal/sensor_info_mgr.h>
 
 #include <algorithm>
 #include <cstring>
 #include <thread>
 #include <utility>
+
+#include <hyl/hyl_spectral_api.h>
 
 #include "log.h"
 #include "time_limits.h"
@@ -12,8 +14,8 @@ namespace hyl::v2::spectral {
 namespace {
 
 constexpr int kDiscoveryAttempts = 50;
+constexpr auto kDiscoveryInterval = Scaled(kDiscoveryTimeLimit) / kDiscoveryAttempts;
 
-constexpr uint32_t kFrameworkTypeOffset = 256;
 constexpr uint32_t kListCompleteMarkerType = 21;
 
 uint32_t FrameworkType(const SensorListEntry& entry) {
@@ -24,10 +26,6 @@ bool IsComplete(const std::vector<SensorListEntry>& list) {
   return std::any_of(list.begin(), list.end(), [](const SensorListEntry& entry) {
     return FrameworkType(entry) == kListCompleteMarkerType;
   });
-}
-
-bool IsAmbientLight(SensorType type) {
-  return type == kOnChangeAmbientLightType || type == kContinuousAmbientLightType;
 }
 
 /// Whether `name` begins with the whole of `prefix`.
@@ -70,11 +68,14 @@ struct SensorInfoMgr::Discovered {
 
   void Add(const SensorListEntry& entry) {
     const auto type = static_cast<SensorType>(FrameworkType(entry) - kFrameworkTypeOffset);
-    if (!IsAmbientLight(type) && type != kFlickerType) {
+    if (type == kFlickerType) {
+      flicker = true;
+    } else if (type == kOnChangeAmbientLightType || type == kContinuousAmbientLightType) {
+      als = true;
+    } else {
       return;
     }
-    (type == kFlickerType ? flicker : als) = true;
-    // A sensor for which there is no memory is left out.
+    // A sensor for which memory runs out is left out.
     (void)Append(infos, SensorInfo{type, entry.handle & 0xFFFF, 0, EntryName(entry)});
   }
 };
@@ -101,7 +102,7 @@ void SensorInfoMgr::GetOpticalSensors() const {
   std::unique_ptr<Api> api;  // outlives the list: the framework may tie that to its client
   std::vector<SensorListEntry> list;
   if (!FetchCompleteList(api, list)) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Failed to create HYL API instance");
+    HYL_LOG(ERROR, "Failed to create HYL API instance");
     return;
   }
   Discovered discovered;
@@ -115,14 +116,14 @@ void SensorInfoMgr::GetOpticalSensors() const {
 void SensorInfoMgr::Publish(Discovered& discovered) const {
   const std::lock_guard lock(mutex_);
   if (Found() || discovered.list_size == last_list_size_) {
-    return;  // another thread was faster and its list is final, or nothing has changed
+    return;  // the list is final, by another thread's discovery, or has not changed
   }
-  HYL_LOG(INFO, "HYL_SpAPI: Setting SensorInfo list.");
+  HYL_LOG(INFO, "Setting SensorInfo list.");
   ++version_;
   std::swap(infos_, discovered.infos);
   last_list_size_ = discovered.list_size;
   Dump_locked();
-  HYL_LOG(INFO, "HYL_SpAPI: SensorInfo list has been set.");
+  HYL_LOG(INFO, "SensorInfo list has been set.");
   als_found_ = discovered.als;
   flicker_found_ = discovered.flicker;
 }
@@ -149,12 +150,11 @@ bool SensorInfoMgr::GetSensorInfo(VersionedSensorInfo& out, uint64_t cookie) con
   const auto request_id = static_cast<uint32_t>(cookie);
   const std::lock_guard lock(mutex_);
   if (version != version_) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Can't get sensor info, version mismatch: %u != %u", version,
-            version_);
+    HYL_LOG(ERROR, "Can't get sensor info, version mismatch: %u != %u", version, version_);
     return false;
   }
   if (request_id == 0) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Can't get sensor info, invalid request_id from %lx.", cookie);
+    HYL_LOG(ERROR, "Can't get sensor info, invalid request_id from %lx.", cookie);
     return false;
   }
   const SensorInfo* const found =
@@ -170,8 +170,7 @@ bool SensorInfoMgr::GetSensorInfo(VersionedSensorInfo& out, uint64_t cookie) con
 bool SensorInfoMgr::SetRequestId(const VersionedSensorInfo& vsi) {
   const std::lock_guard lock(mutex_);
   if (vsi.version != version_) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Can't set request_id, version mismatch: %u != %u", vsi.version,
-            version_);
+    HYL_LOG(ERROR, "Can't set request_id, version mismatch: %u != %u", vsi.version, version_);
     return false;
   }
   SensorInfo* const found = std::find_if(infos_.begin(), infos_.end(), [&](const SensorInfo& info) {
@@ -179,8 +178,7 @@ bool SensorInfoMgr::SetRequestId(const VersionedSensorInfo& vsi) {
            BeginsWith(info.name, vsi.info.name.c_str());
   });
   if (found == infos_.end()) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Can't set request_id, sensor_info {%s} not found!",
-            vsi.info.ToStr().c_str());
+    HYL_LOG(ERROR, "Can't set request_id, sensor_info {%s} not found!", vsi.info.ToStr().c_str());
     Dump_locked();
     return false;
   }
@@ -194,16 +192,16 @@ Vector<HylString> SensorInfoMgr::GetSensorNames(SensorType type) const {
   const std::lock_guard lock(mutex_);
   for (const SensorInfo& info : infos_) {
     if (info.type == type) {
-      (void)Append(names, info.name);  // left out when there is no memory
+      (void)Append(names, info.name);  // left out when memory runs out
     }
   }
   return names;
 }
 
 void SensorInfoMgr::Dump_locked() const {
-  HYL_LOG(INFO, "HYL_SpAPI: Sensor-List[%zu]@V%u:", infos_.size(), version_);
+  HYL_LOG(INFO, "Sensor-List[%zu]@V%u:", infos_.size(), version_);
   for (const SensorInfo& info : infos_) {
-    HYL_LOG(INFO, "HYL_SpAPI:   %s", info.ToStr().c_str());
+    HYL_LOG(INFO, "  %s", info.ToStr().c_str());
   }
 }
 

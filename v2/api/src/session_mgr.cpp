@@ -1,4 +1,6 @@
-#include <hyl/session_mgr.h>
+#include <hyl/internal/session_mgr.h>
+
+#include <algorithm>
 
 #include "log.h"
 
@@ -10,9 +12,9 @@ struct IdAndCookie {
   uint64_t cookie = 0;
 };
 
-/// Reads a pair that stood in the entry together. An id is never used twice, so one that is still
-/// there after the cookie has been read was there when the cookie was. AddSession writes the cookie
-/// before the id, Reset the id before the cookie.
+/// Reads an id and a cookie that were in the entry at the same time. An id is never used twice, so
+/// one that is still there after the cookie has been read was there when the cookie was. AddSession
+/// writes the cookie before the id, Reset the id before the cookie.
 IdAndCookie ReadPair(const Session& session) {
   for (;;) {
     const uint32_t id = session.id.load(std::memory_order_acquire);
@@ -39,7 +41,7 @@ void Session::Reset() {
 
 uint32_t SessionMgr::NextId() {
   uint32_t id = 0;
-  while (id == 0) {  // 0 marks a free entry; met when the counter wraps around
+  while (id == 0) {  // which marks a free entry; the counter gives it when it wraps around
     id = session_cnt_.fetch_add(1, std::memory_order_relaxed);
   }
   return id;
@@ -57,37 +59,29 @@ Session* SessionMgr::AddSession(SensorType type, const char* name, uint64_t cook
       return &session;
     }
   }
-  HYL_LOG(ERROR, "HYL_SpAPI: Cannot add session for %s %lx, table full!",
-          name != nullptr ? name : "", cookie);
+  HYL_LOG(ERROR, "Cannot add session for %s %lx, table full!", name != nullptr ? name : "", cookie);
   return nullptr;
 }
 
 void SessionMgr::DeleteSession(uint32_t id) {
   Session* const session = FindById(id);
   if (session == nullptr) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Cannot delete session %d, not active or found!",
-            static_cast<int>(id));
+    HYL_LOG(ERROR, "Cannot delete session %d, not active or found!", static_cast<int>(id));
     return;
   }
   session->Reset();
 }
 
 Session* SessionMgr::FindById(uint32_t id) {
-  for (Session& session : sessions_) {
-    if (id != 0 && session.id == id) {
-      return &session;
-    }
-  }
-  return nullptr;
+  const auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [=](const Session& session) { return session.id == id; });
+  return id != 0 && found != sessions_.end() ? &*found : nullptr;
 }
 
 Session* SessionMgr::FindByCookie(uint64_t cookie) {
-  for (Session& session : sessions_) {
-    if (cookie != 0 && session.cookie == cookie) {
-      return &session;
-    }
-  }
-  return nullptr;
+  const auto found = std::find_if(sessions_.begin(), sessions_.end(),
+                                  [=](const Session& session) { return session.cookie == cookie; });
+  return cookie != 0 && found != sessions_.end() ? &*found : nullptr;
 }
 
 uint32_t SessionMgr::FindId(uint64_t cookie) const {

@@ -9,21 +9,20 @@
 #include <hyl/api.h>
 #include <hyl/flicker_messages.h>
 #include <hyl/hyl_spectral_api.h>
-#include <hyl/reply_ledger.h>
-#include <hyl/sample_converter.h>
-#include <hyl/sensor_callbacks.h>
-#include <hyl/sensor_info.h>
-#include <hyl/sensor_info_mgr.h>
-#include <hyl/session_mgr.h>
-#include <hyl/thread_annotations.h>
+#include <hyl/internal/config_access.h>
+#include <hyl/internal/sample_converter.h>
+#include <hyl/internal/sensor_callbacks.h>
+#include <hyl/internal/sensor_info_mgr.h>
+#include <hyl/internal/session_mgr.h>
+#include <hyl/internal/thread_annotations.h>
 
 namespace hyl::v2 {
 
 /// The one implementation of HylSpectralApi.
 ///
-/// Locks, in the order in which they may be taken: `mutex_`, then the sensor list's. The
-/// configuration operations take `config_turn_mutex_`, then the rear callback object's
-/// `reply_mutex`, and neither of the others. None is held while the client is called.
+/// Locks, in the order in which they may be taken: `mutex_`, then the sensor list's. The settings
+/// take the turn of `config_`, then the rear callback object's `reply_mutex`, and neither of the
+/// others. None is held while the client is called.
 class HylSpectralImpl final : public HylSpectralApi {
  public:
   using FlickerSensorCallbacks = spectral::FlickerSensorCallbacks;
@@ -88,52 +87,31 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// Converts into the client's buffer and calls the client.
   void FlickerDataMsg(uint64_t cookie, const FlickerDataResp* message) HYL_EXCLUDES(mutex_);
   /// Stores the reply's values and wakes the operation that waits for it.
-  void StoreConfigReply(const RlsMsgAccessResp& reply);
+  void StoreConfigReply(const RlsMsgAccessResp& reply) { config_.Store(reply); }
   /// @}
 
  private:
-  /// The sessions, for the lookups that take no lock: those that are const.
+  /// The sessions, for the const lookups, which take no lock.
   const SessionMgr& sessions() const HYL_NO_THREAD_SAFETY_ANALYSIS { return session_mgr_; }
-  /// The kind of sensor decides which callback object gets its messages. Rear or front by
-  /// `priority` for ambient light.
+  /// The callback object that gets the messages of the sensors of that kind and priority.
   std::shared_ptr<spectral::SensorCallbacks> CallbacksFor(OpticalSensorType kind,
                                                           uint32_t priority) const;
-  /// Passes a request to the framework; kFailed without a connection.
-  HylErr Send(uint32_t sensor_handle, RequestType type, const Request& request,
-              std::shared_ptr<spectral::SensorCallbacks> callbacks);
 
-  // Starting and stopping, for both kinds of sensors: sensor_control.cpp.
+  // Starting, changing and stopping sensors: sensor_control.cpp.
   HylErr EnableSensor_locked(OpticalSensorType kind, SensorType type, ReportingMode mode,
                              const char* name, Session** session) HYL_REQUIRES(mutex_);
   HylErr OpenSession_locked(OpticalSensorType kind, const VersionedSensorInfo& running,
                             ReportingMode mode, const char* name, Session** session)
       HYL_REQUIRES(mutex_);
   HylErr DisableSensor_locked(OpticalSensorType kind, uint32_t session_id) HYL_REQUIRES(mutex_);
+  HylErr ChangeReporting_locked(uint32_t session_id, ReportingMode mode) HYL_REQUIRES(mutex_);
+  HylErr StopForChange_locked(Session& session, VersionedSensorInfo& old) HYL_REQUIRES(mutex_);
   HylErr SendStart_locked(OpticalSensorType kind, ReportingMode mode, const SensorInfo& info)
       HYL_REQUIRES(mutex_);
   HylErr SendStop_locked(OpticalSensorType kind, const SensorInfo& info) HYL_REQUIRES(mutex_);
-  HylErr ChangeReporting_locked(uint32_t session_id, ReportingMode mode) HYL_REQUIRES(mutex_);
-  HylErr StopForChange_locked(Session& session, VersionedSensorInfo& old) HYL_REQUIRES(mutex_);
-
-  // Configuration requests and replies: config_access.cpp.
-
-  /// Sends a request and does not wait.
-  HylErr Access(const RlsMsgAccessReq& request);
-  /// Sends a request, waits for its reply, and copies result slots. Refuses a null pointer among
-  /// the places to copy to.
-  template <typename... Results>
-  HylErr AccessAndWait(const RlsMsgAccessReq& request, const Results&... results)
-      HYL_EXCLUDES(config_turn_mutex_);
-  /// Lets owed replies arrive, and announces the request. Returns the number of replies so far.
-  uint64_t BeginWait(const RlsMsgAccessReq& request);
-  /// False when no reply has come in time, or none can come any more.
-  bool AwaitReply_locked(uint64_t handled_before) HYL_REQUIRES(rear_callbacks_->reply_mutex);
-  /// Ends the wait of a client callback, now that the rear object's gate is closed to its reply.
-  void EndWaitForReply();
-  void StoreReadReply_locked(const RlsMsgAccessResp& reply)
-      HYL_REQUIRES(rear_callbacks_->reply_mutex);
-  void StoreWriteReply_locked(const RlsMsgAccessResp& reply)
-      HYL_REQUIRES(rear_callbacks_->reply_mutex);
+  /// kFailed without a connection.
+  HylErr Send_locked(OpticalSensorType kind, const SensorInfo& info, RequestType type,
+                     const Request& request) HYL_REQUIRES(mutex_);
 
   // The order of the members is the order of construction and, reversed, of teardown.
 
@@ -150,28 +128,10 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// The instance mutex: serialises enable, change and disable and the flicker messages.
   std::mutex mutex_ HYL_ACQUIRED_BEFORE(sensor_info_mgr_.list_mutex());
 
-  // Values of the latest configuration replies.
-  bool flicker_auto_gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
-  bool spectral_auto_gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
-  bool apply_fac_cal_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
-  bool apply_otp_cal_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = false;
-  float gain_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint8_t metric_byte_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint8_t register_value_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t metric0_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t metric1_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t sampling_period_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t flicker_param_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t exposure_time_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint32_t saturation_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-  uint64_t device_uid_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex) = 0;
-
-  spectral::ReplyLedger reply_ledger_ HYL_GUARDED_BY(rear_callbacks_->reply_mutex);
-  /// Held by a configuration operation that waits, from before it sends until it has its result.
-  std::mutex config_turn_mutex_ HYL_ACQUIRED_BEFORE(rear_callbacks_->reply_mutex);
-
   /// Set by the first Destroy. Atomic: callbacks on several threads may call Destroy.
   std::atomic<bool> destroying_{false};
+  /// The settings. Last, since the slots of their values are the last members.
+  spectral::ConfigAccess config_{api_, rear_callbacks_};
 };
 
 }  // namespace hyl::v2

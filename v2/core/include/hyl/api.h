@@ -6,7 +6,6 @@
 
 #include <hyl/hyl_err.h>
 #include <hyl/request.h>
-#include <hyl/sensor_list_entry.h>
 #include <hyl/service.h>
 
 namespace hyl::v2 {
@@ -17,6 +16,15 @@ namespace hyl::v2 {
 enum class ClientType : uint32_t {
   kSpectral = 10,
 };
+
+/// One sensor of the framework's sensor list. Its priority is its index within its type.
+struct SensorListEntry {
+  uint32_t handle;  ///< bits 16 to 31: the framework's sensor type; bits 0 to 15: the priority
+  char name[40];    ///< NUL-terminated
+};
+
+static_assert(sizeof(SensorListEntry) == 44);
+static_assert(alignof(SensorListEntry) == 4);
 
 /// A client's connection to the sensor framework. All operations may be called from several
 /// threads at once.

@@ -6,7 +6,7 @@
 namespace hyl::v2 {
 
 /// Ends the process, naming `expression` and `function`, unless `ok`. Active in every build: it
-/// guards reference counts, where going on would mean using freed memory.
+/// guards reference counts, and a wrong count leads to the use of freed memory.
 inline void Assert(bool ok, const char* expression, const char* function) {
   if (ok) [[likely]] {
     return;

@@ -2,16 +2,18 @@
 
 #include <pthread.h>
 
+#if defined(__clang__)  // for its thread-safety analysis
+#define HYL_MUTEX_ATTRIBUTE(x) __attribute__((x))
+#else
+#define HYL_MUTEX_ATTRIBUTE(x)
+#endif
+
 namespace hyl::v2 {
 
 #pragma GCC visibility push(default)
 
 /// The framework's mutex. Meets the standard's Lockable requirements; not recursive.
-class
-#if defined(__clang__)
-    __attribute__((capability("mutex")))
-#endif
-    Mutex {
+class HYL_MUTEX_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   Mutex();
   ~Mutex();
@@ -19,23 +21,11 @@ class
   Mutex& operator=(const Mutex&) = delete;
 
   /// Blocks until the calling thread owns the mutex.
-  void lock()
-#if defined(__clang__)
-      __attribute__((acquire_capability()))
-#endif
-      ;
+  void lock() HYL_MUTEX_ATTRIBUTE(acquire_capability());
   /// Gives the mutex up; the calling thread must own it.
-  void unlock()
-#if defined(__clang__)
-      __attribute__((release_capability()))
-#endif
-      ;
+  void unlock() HYL_MUTEX_ATTRIBUTE(release_capability());
   /// Takes the mutex if it is free; never blocks.
-  bool try_lock()
-#if defined(__clang__)
-      __attribute__((try_acquire_capability(true)))
-#endif
-      ;
+  bool try_lock() HYL_MUTEX_ATTRIBUTE(try_acquire_capability(true));
 
  private:
   pthread_mutex_t native_;
@@ -44,3 +34,5 @@ class
 #pragma GCC visibility pop
 
 }  // namespace hyl::v2
+
+#undef HYL_MUTEX_ATTRIBUTE

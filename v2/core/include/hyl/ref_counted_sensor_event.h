@@ -17,10 +17,10 @@ enum class SensorEventType : uint8_t {
 };
 
 /// A framework-owned sensor event, chained into lists. `value_count` floats follow the record
-/// itself. An event that the framework has handed out does not change, its count aside.
+/// itself. Once the framework has delivered an event, only its count changes.
 class RefCountedSensorEvent {
  public:
-  /// Takes a reference. More than 255 at a time end the process.
+  /// Takes a reference. A 256th one ends the process.
   void Ref() const {
     const uint8_t previous_count = ref_count.fetch_add(1, std::memory_order_relaxed);
     Assert(previous_count < 255, "previous_count < 255", __PRETTY_FUNCTION__);

@@ -6,12 +6,12 @@
 
 namespace hyl::v2::refcount {
 
-/// Holds one reference to an object that counts its own, through its Ref() and Unref().
+/// Holds one reference to an object that counts its references itself, by Ref() and Unref().
 template <typename T>
 class reffed_ptr {
  public:
   reffed_ptr() = default;
-  /// Takes a reference of its own to `object`, which may be null.
+  /// Takes a reference to `object`, which may be null.
   explicit reffed_ptr(T* object) : ptr_(object) { RefIfSet(); }
   reffed_ptr(const reffed_ptr& other) : ptr_(other.ptr_) { RefIfSet(); }
   reffed_ptr(reffed_ptr&& other) noexcept : ptr_(std::exchange(other.ptr_, nullptr)) {}

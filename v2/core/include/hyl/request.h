@@ -96,11 +96,9 @@ class StartContinuousSamplingReq : public Request {
 static_assert(sizeof(Request) == sizeof(void*));
 
 static_assert(sizeof(StopSamplingReq) == 16);
-static_assert(offsetof(StopSamplingReq, lead_byte) == 8);
 static_assert(offsetof(StopSamplingReq, client_id) == 12);
 
 static_assert(sizeof(StartOnChangeSamplingReq) == 40);
-static_assert(offsetof(StartOnChangeSamplingReq, lead_byte) == 8);
 static_assert(offsetof(StartOnChangeSamplingReq, client_id) == 12);
 static_assert(offsetof(StartOnChangeSamplingReq, passive) == 16);
 static_assert(offsetof(StartOnChangeSamplingReq, max_latency) == 24);
@@ -109,7 +107,6 @@ static_assert(offsetof(StartOnChangeSamplingReq, option_flag) == 33);
 static_assert(offsetof(StartOnChangeSamplingReq, is_wake_up) == 34);
 
 static_assert(sizeof(StartContinuousSamplingReq) == 56);
-static_assert(offsetof(StartContinuousSamplingReq, lead_byte) == 8);
 static_assert(offsetof(StartContinuousSamplingReq, client_id) == 12);
 static_assert(offsetof(StartContinuousSamplingReq, passive) == 16);
 static_assert(offsetof(StartContinuousSamplingReq, max_latency) == 24);

@@ -35,8 +35,8 @@ enum class RlsCommand : uint8_t {
   kApplyOtpCal = 15,
 };
 
-/// Reads or writes one sensor setting. The fields after `command` are the arguments; which of them
-/// count depends on the command.
+/// Reads or writes one sensor setting. The fields after `command` are the arguments; the command
+/// decides which of them the framework reads.
 class RlsMsgAccessReq : public Request {
  public:
   ~RlsMsgAccessReq() override;
@@ -98,14 +98,13 @@ class RlsMsgAccessResp : public Message {
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
 static_assert(sizeof(RlsMsgAccessReq) == 64);
-static_assert(offsetof(RlsMsgAccessReq, lead_byte) == 8);
 static_assert(offsetof(RlsMsgAccessReq, access) == 9);
 static_assert(offsetof(RlsMsgAccessReq, command) == 10);
 static_assert(sizeof(RlsMsgAccessResp) == 64);
 static_assert(offsetof(RlsMsgAccessResp, access) == 10);
 static_assert(offsetof(RlsMsgAccessResp, command) == 11);
 
-/// Whether the arguments of `Record` stand where the framework reads and writes them.
+/// Whether the arguments of `Record` are where the framework reads and writes them.
 template <typename Record>
 constexpr bool kHasRlsArgumentLayout =
     offsetof(Record, metric0) == 12 && offsetof(Record, metric1) == 16 &&

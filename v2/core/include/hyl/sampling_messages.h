@@ -49,8 +49,6 @@ class EventMessage : public Message {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
-static_assert(sizeof(SamplingStatusResp) == sizeof(Message));
-static_assert(sizeof(SampleMessage) == sizeof(Message));
 static_assert(sizeof(EventMessage) == 32);
 static_assert(offsetof(EventMessage, events) == 16);
 static_assert(offsetof(EventMessage, event_count) == 24);

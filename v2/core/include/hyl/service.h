@@ -11,8 +11,8 @@ namespace hyl::v2 {
 class Service {
  public:
   /// Receives the replies to a client's requests, and the messages of the sensors that these
-  /// started. Called on the framework's threads only, never from inside InvokeAsyncServiceCall,
-  /// possibly by several threads at once.
+  /// started. Called on the framework's threads only, possibly on several at once, and never from
+  /// inside InvokeAsyncServiceCall.
   class AsyncCallbacks {
    public:
     /// `message` is valid only during the call.

@@ -30,8 +30,8 @@ class VectorBase : public HeapAllocable {
   VectorBase() = default;
 
   /// Makes the vector `new_count` elements of `elem_size` bytes long, constructing or destroying
-  /// elements at its end. Returns kOk; any other result means that no memory was to be had, and
-  /// the vector is as before.
+  /// elements at its end. Returns kOk; any other result means that memory ran out, and the vector
+  /// is unchanged.
   HylErr Resize(size_t new_count, size_t elem_size, HylHeapEnum heap);
 
   /// Destroys all elements and frees the storage. A derived class calls it from its destructor,
@@ -47,28 +47,14 @@ class VectorBase : public HeapAllocable {
   void* data_ = nullptr;
   size_t count_ = 0;
   size_t reserved_ = 0;  // used by VectorBase's own functions alone
-
- private:
-  struct LayoutCheck;
 };
 
-// Offsets in classes with virtual operations are well-defined for g++ and clang++.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winvalid-offsetof"
-
-struct VectorBase::LayoutCheck {
-  static_assert(sizeof(VectorBase) == 32);
-  static_assert(offsetof(VectorBase, data_) == 8);
-  static_assert(offsetof(VectorBase, count_) == 16);
-  static_assert(offsetof(VectorBase, reserved_) == 24);
-};
-
-#pragma GCC diagnostic pop
+static_assert(sizeof(VectorBase) == 32);
 
 /// The framework's growable array on heap `H`.
 ///
 /// Not thread-safe: a vector shared between threads needs its owner's lock. References to elements
-/// hold until the next change of size.
+/// stay valid until the next change of size.
 template <typename T, HylHeapEnum H = HylHeapEnum::kDefault>
 class Vector final : public VectorBase {
  public:
@@ -93,7 +79,7 @@ class Vector final : public VectorBase {
   }
 
   /// Makes the vector `count` elements long; new elements are empty (zero). Returns kOk; any other
-  /// result means that no memory was to be had, and the vector is as before.
+  /// result means that memory ran out, and the vector is unchanged.
   [[nodiscard]] HylErr Resize(size_t count) { return VectorBase::Resize(count, sizeof(T), H); }
 
   size_t size() const { return count_; }

@@ -7,11 +7,45 @@
 #include <vector>
 
 #include <hyl/api.h>
-#include <hyl/sensor_info.h>
-#include <hyl/thread_annotations.h>
+#include <hyl/hyl_string.h>
+#include <hyl/internal/thread_annotations.h>
 #include <hyl/vector.h>
 
-namespace hyl::v2::spectral {
+namespace hyl::v2 {
+
+/// A sensor's type as the library keeps it: the framework's type minus kFrameworkTypeOffset.
+using SensorType = uint16_t;
+
+inline constexpr uint32_t kFrameworkTypeOffset = 256;
+inline constexpr SensorType kAnySensorType = 0;  ///< matches every type in lookups
+inline constexpr SensorType kOnChangeAmbientLightType = 12;
+inline constexpr SensorType kFlickerType = 13;
+inline constexpr SensorType kContinuousAmbientLightType = 1012;
+
+namespace spectral {
+
+/// One entry of the list of optical sensors.
+struct SensorInfo {
+  SensorType type = 0;
+  uint32_t priority = 0;    ///< index within the type
+  uint32_t request_id = 0;  ///< of the request that runs the sensor; 0 when none does
+  HylString name;
+
+  /// One line for the log: name, type, priority and request id.
+  HylString ToStr() const;
+};
+
+static_assert(sizeof(SensorInfo) == 40);
+
+/// A copy of a list entry, with the version of the list that it was taken from.
+struct VersionedSensorInfo {
+  uint32_t version = 0;
+  SensorInfo info;
+
+  /// Names the entry's running request across operations: version in the upper half, request id in
+  /// the lower half.
+  uint64_t Cookie() const { return uint64_t{version} << 32 | info.request_id; }
+};
 
 /// The optical sensors that the framework lists, and which of them run.
 ///
@@ -22,7 +56,7 @@ namespace hyl::v2::spectral {
 class SensorInfoMgr {
  public:
   /// Asks the framework for its sensor list, until an optical sensor has once been seen. Blocks
-  /// while the framework's list is not complete, for about 5 s at most.
+  /// while the framework's list is not complete, for kDiscoveryTimeLimit at most.
   void GetOpticalSensors() const HYL_EXCLUDES(mutex_);
 
   /// Discovers, then finds the first sensor of `type` whose name begins with `name`; with a null or
@@ -41,7 +75,7 @@ class SensorInfoMgr {
   /// Discovers, then lists the names of the sensors of `type`.
   Vector<HylString> GetSensorNames(SensorType type) const HYL_EXCLUDES(mutex_);
 
-  /// Names the list mutex in other classes' annotations. Not defined: nobody else takes it.
+  /// For the annotations of other classes, which name the list mutex by it. Not defined.
   std::mutex& list_mutex() const HYL_RETURN_CAPABILITY(mutex_);
 
  private:
@@ -54,7 +88,7 @@ class SensorInfoMgr {
 
   /// The list mutex. Taken after the instance mutex, never before it.
   mutable std::mutex mutex_;
-  // Discovery runs from lookups too, so what it changes is mutable.
+  // Mutable, since const lookups discover, too.
   mutable Vector<SensorInfo> infos_ HYL_GUARDED_BY(mutex_);
   mutable uint32_t version_ HYL_GUARDED_BY(mutex_) = 0;
   mutable uint64_t last_list_size_ HYL_GUARDED_BY(mutex_) = 0;  ///< of the framework's list
@@ -63,4 +97,5 @@ class SensorInfoMgr {
   mutable std::atomic<bool> als_found_{false};
 };
 
-}  // namespace hyl::v2::spectral
+}  // namespace spectral
+}  // namespace hyl::v2

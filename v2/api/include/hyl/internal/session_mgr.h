@@ -2,14 +2,23 @@
 
 #include <array>
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 
+#include <hyl/hyl_spectral_api.h>
 #include <hyl/hyl_string.h>
-#include <hyl/sample_converter.h>
-#include <hyl/sensor_info.h>
+#include <hyl/internal/sample_converter.h>
+#include <hyl/internal/sensor_info_mgr.h>
 
-namespace hyl::v2::spectral {
+namespace hyl::v2 {
+
+/// How a session reports.
+enum class ReportingMode : uint8_t {
+  kNone = 0,  ///< the session is free
+  kContinuous = 1,
+  kOnChange = 2,
+};
+
+namespace spectral {
 
 /// One sensor that a client has enabled; free while `id` is 0.
 ///
@@ -30,13 +39,9 @@ struct Session {
   void Reset();
 };
 
-/// The fixed table of sessions.
-///
-/// The operations need the instance mutex, except for those that say that they take no lock.
+/// The fixed table of sessions. The instance mutex guards it; the const operations work without.
 class SessionMgr {
  public:
-  static constexpr size_t kMaxSessions = 8;
-
   /// Takes the first free entry and gives it an id that no session of the process had before. Null
   /// when the table is full.
   Session* AddSession(SensorType type, const char* name, uint64_t cookie, ReportingMode mode);
@@ -49,20 +54,20 @@ class SessionMgr {
   /// The first session that `cookie` runs; null when there is none.
   Session* FindByCookie(uint64_t cookie);
 
-  /// Id of the first session that `cookie` runs; 0 when there is none. Takes no lock: the answer
-  /// holds for a moment during the call.
+  /// Id of the first session that `cookie` runs; 0 when there is none. Takes no lock, so the result
+  /// may be stale on return.
   uint32_t FindId(uint64_t cookie) const;
-  /// Finds the cookie of the session `id`. Takes no lock: the answer holds for a moment during the
-  /// call.
+  /// Finds the cookie of the session `id`. Takes no lock, so the result may be stale on return.
   bool FindCookie(uint32_t id, uint64_t& cookie) const;
 
  private:
   static uint32_t NextId();
 
-  /// The next session id; shared by all instances of the process, hence atomic.
+  /// The next session id. Atomic: all instances of the process share it.
   static std::atomic<uint32_t> session_cnt_;
 
   std::array<Session, kMaxSessions> sessions_;
 };
 
-}  // namespace hyl::v2::spectral
+}  // namespace spectral
+}  // namespace hyl::v2

@@ -3,7 +3,7 @@
 #include <span>
 
 #include <hyl/hyl_spectral_impl.h>
-#include <hyl/sensor_callbacks.h>
+#include <hyl/internal/sensor_callbacks.h>
 #include <hyl/time.h>
 
 #include "log.h"
@@ -72,14 +72,14 @@ void SpectralCallbacks::Handle(const Message& message, const Delivery& delivery)
     default:
       break;
   }
-  HYL_LOG(ERROR, "HYL_SpAPI: Unsupported request type:%d\n", type);
+  HYL_LOG(ERROR, "Unsupported request type:%d\n", type);
 }
 
 uint32_t SpectralCallbacks::FindSession() const {
   const uint64_t current = cookie;
   const uint32_t session_id = instance_.FindSessionId(current);
   if (session_id == 0) {
-    HYL_LOG(ERROR, "HYL_SpAPI: Can't find session for cookie:%lx to handle spectral msg!", current);
+    HYL_LOG(ERROR, "Can't find session for cookie:%lx to handle spectral msg!", current);
   }
   return session_id;
 }
@@ -110,14 +110,12 @@ void SpectralCallbacks::HandleEvents(const EventMessage& message, const Delivery
   }
 }
 
-/// False when the rest of the chain is to be dropped.
 bool SpectralCallbacks::HandleEvent(const RefCountedSensorEvent& event) {
   if (event.event_type == SensorEventType::kIgnored) {
     return true;
   }
   if (event.event_type != SensorEventType::kSpectralSample) {
-    HYL_LOG(WARNING, "HYL_SpAPI: Unknown Sensor Event type:%d\n",
-            static_cast<int>(event.event_type));
+    HYL_LOG(WARNING, "Unknown Sensor Event type:%d\n", static_cast<int>(event.event_type));
     return true;
   }
   const uint32_t session_id = FindSession();
@@ -133,6 +131,19 @@ bool SpectralCallbacks::HandleEvent(const RefCountedSensorEvent& event) {
 bool RearSpectralCallbacks::HandleConfigReply(const RlsMsgAccessResp& reply) {
   instance_.StoreConfigReply(reply);
   return true;
+}
+
+void FlickerSensorCallbacks::Handle(const Message& message, const Delivery&) {
+  switch (static_cast<MessageType>(message.Type())) {
+    case MessageType::kFlickerFormat:
+      instance_.FlickerFormatMsg(cookie, static_cast<const FlickerFormatResp*>(&message));
+      return;
+    case MessageType::kFlickerData:
+      instance_.FlickerDataMsg(cookie, static_cast<const FlickerDataResp*>(&message));
+      return;
+    default:
+      return;
+  }
 }
 
 }  // namespace hyl::v2::spectral

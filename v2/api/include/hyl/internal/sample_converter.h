@@ -19,31 +19,31 @@ struct FixedPacking;
 /// - 16-bits-in-2: two 16-bit samples in every 4 bytes, the later one first.
 /// - uncompressed: one sample in every 2, 3 or 4 bytes, with unused bits above and below.
 ///
-/// Not thread-safe: its session's lock guards it. It allocates nothing.
+/// Not thread-safe: the instance mutex guards it. It allocates nothing.
 class SampleConverter {
  public:
   virtual ~SampleConverter() = default;
 
-  /// Where samples go from now on, and their width in bits. A null buffer has no room.
+  /// Sets where samples go, and their width in bits. A null buffer has no room.
   void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);
   /// Resets sample numbering.
   void ResetCounters();
 
-  /// Takes the packing from a format message. One that is invalid leaves the previous in force.
+  /// Takes the packing from a format message. An invalid one leaves the previous one in force.
   void Configure(FlickerFormatSampleWidth width, bool little_endian, uint8_t msb, uint8_t lsb);
   void ConfigureCompressed1InputFormat();
   void Configure16BitsIn2InputFormat(bool little_endian);
-  /// `msb` and `lsb` are the unused bits above and below the sample in its `sbytes` bytes. False,
-  /// and nothing changed, if they do not fit.
+  /// `msb` and `lsb` are the unused bits above and below the sample in its `sbytes` bytes. If they
+  /// do not fit, changes nothing and returns false.
   bool ConfigureUncompressedInputFormat(FlickerFormatSampleWidth width, size_t sbytes, uint8_t msb,
                                         uint8_t lsb, bool little_endian);
 
-  /// Number of the first sample of the chunk that stands `offset` bytes into the sensor's stream.
-  /// Asked before the chunk is converted. Behind a gap in a compressed-1 stream it is an estimate.
+  /// Number of the first sample of the chunk at byte `offset` of the sensor's stream. Call it
+  /// before Convert. After a gap in a compressed-1 stream it is an estimate.
   uint32_t GetSeqNum(uint32_t offset) const;
 
   /// Converts a chunk into the buffer, from index 0. False if the chunk cannot be read: the
-  /// samples and `out_count_` mean nothing then. Bit 0 of `restart`: the stream starts afresh.
+  /// samples and `out_count_` are invalid then. Bit 0 of `restart` resets the compressed-1 decoder.
   bool Convert(const uint8_t* data, size_t len, uint8_t restart);
   bool ConvertCompressed1(const uint8_t* data, size_t len, uint8_t restart);
   bool Convert16BitsIn2(const uint8_t* data, size_t len);
@@ -61,10 +61,10 @@ class SampleConverter {
   uint8_t out_bits_ = 0;      ///< wanted width of a sample
   uint8_t left_shift_ = 0;    ///< uncompressed: brings the sample's top bit to bit 31
   int8_t right_shift_ = 0;    ///< brings a sample to out_bits_; negative: left
-  uint32_t seq_num_ = 0;      ///< samples since the session was enabled; wraps
-  uint32_t total_bytes_ = 0;  ///< bytes since the session was enabled; wraps
+  uint32_t seq_num_ = 0;      ///< samples converted since the session was enabled; wraps
+  uint32_t total_bytes_ = 0;  ///< bytes converted since the session was enabled; wraps
   int64_t bit_pos_ = 0;       ///< compressed-1: of the next byte, in bits; -8: the carried byte
-  uint8_t carry_byte_ = 0;    ///< compressed-1: the difference that began in the previous chunk
+  uint8_t carry_byte_ = 0;    ///< compressed-1: last byte of the previous chunk, if a value began
   int32_t accumulator_ = 0;   ///< compressed-1: sum of the differences; wraps
 
  private:
@@ -74,7 +74,7 @@ class SampleConverter {
     return format_ == static_cast<uint32_t>(width);
   }
   size_t LimitToCapacity(size_t wanted) const;
-  /// Keeps a difference that began with the chunk's last byte. False if more than that is left.
+  /// Keeps the chunk's last byte if a difference began with it. False if more bytes are left.
   bool FinishCompressed1(const uint8_t* data, size_t len);
   uint32_t EstimateSamples(uint32_t bytes) const;
   /// Decodes one difference of a compressed-1 chunk and counts it. False if none is left.

@@ -22,43 +22,11 @@ FlickerSampleBlock BlockFrom(const FlickerDataResp& message) {
 
 }  // namespace
 
-HylErr HylSpectralImpl::EnableFlickerSensor(const char* name, int* buffer, size_t size,
-                                            uint8_t out_bits, uint32_t& session_id) {
-  const std::lock_guard lock(mutex_);
-  Session* session = nullptr;
-  const HylErr err = EnableSensor_locked(OpticalSensorType::kFlicker, kFlickerType,
-                                         ReportingMode::kContinuous, name, &session);
-  if (session != nullptr) {
-    session->converter.SetOutput(buffer, size, out_bits);
-    session_id = session->id;
-  }
-  return err;
-}
-
-HylErr HylSpectralImpl::DisableFlickerSensor(uint32_t session_id) {
-  const std::lock_guard lock(mutex_);
-  return DisableSensor_locked(OpticalSensorType::kFlicker, session_id);
-}
-
-void spectral::FlickerSensorCallbacks::Handle(const Message& message, const Delivery&) {
-  switch (static_cast<MessageType>(message.Type())) {
-    case MessageType::kFlickerFormat:
-      instance_.FlickerFormatMsg(cookie, static_cast<const FlickerFormatResp*>(&message));
-      return;
-    case MessageType::kFlickerData:
-      instance_.FlickerDataMsg(cookie, static_cast<const FlickerDataResp*>(&message));
-      return;
-    default:
-      return;
-  }
-}
-
 void HylSpectralImpl::FlickerFormatMsg(uint64_t cookie, const FlickerFormatResp* message) {
   const std::lock_guard lock(mutex_);
   Session* const session = session_mgr_.FindByCookie(cookie);
   if (session == nullptr) {
-    HYL_LOG(WARNING, "HYL_SpAPI: Can't find session for cookie:%lx to handle flicker format msg!",
-            cookie);
+    HYL_LOG(WARNING, "Can't find session for cookie:%lx to handle flicker format msg!", cookie);
     return;
   }
   session->format_param = message->format_param;
@@ -76,13 +44,12 @@ void HylSpectralImpl::FlickerDataMsg(uint64_t cookie, const FlickerDataResp* mes
     const std::lock_guard lock(mutex_);
     Session* const session = session_mgr_.FindByCookie(cookie);
     if (session == nullptr) {
-      HYL_LOG(WARNING, "HYL_SpAPI: Can't find session for cookie:%lx to handle flicker data msg!",
-              cookie);
+      HYL_LOG(WARNING, "Can't find session for cookie:%lx to handle flicker data msg!", cookie);
       return;
     }
     SampleConverter& converter = session->converter;
     if (message->data == nullptr) {
-      HYL_LOG(ERROR, "HYL_SpAPI: Flicker data msg without data (size:%zu)",
+      HYL_LOG(ERROR, "Flicker data msg without data (size:%zu)",
               static_cast<size_t>(message->size));
       return;
     }

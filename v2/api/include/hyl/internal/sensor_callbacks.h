@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <cstdint>
 
-#include <hyl/delivery_gate.h>
 #include <hyl/hyl_spectral_api_callback_interface.h>
+#include <hyl/internal/delivery_gate.h>
 #include <hyl/mutex.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/sampling_messages.h>
@@ -17,14 +17,14 @@ class HylSpectralImpl;
 
 namespace spectral {
 
-/// What the three callback objects share. The framework may hold such an object for longer than the
-/// instance lives; once detached, it drops every message.
+/// What the three callback objects share. The framework may hold such an object after the instance
+/// is gone; once its gate is closed, it drops every message.
 class SensorCallbacks : public Service::AsyncCallbacks {
  public:
   SensorCallbacks(HylSpectralImpl& instance, HylSpectralApiCallbackInterface* client)
       : instance_(instance), client_(client) {}
 
-  /// Called on the framework's threads. A null message is ignored.
+  /// Called on the framework's threads. Ignores a null message.
   void OnResponse(const Message* message) final;
   void OnError(HylErr err) final { last_status_ = static_cast<uint8_t>(err); }
   void OnAuxiliaryEvent() final {}
@@ -35,8 +35,8 @@ class SensorCallbacks : public Service::AsyncCallbacks {
   virtual void Handle(const Message& message, const Delivery& delivery) = 0;
 
   HylSpectralImpl& instance_;                      // valid while a delivery is open
-  HylSpectralApiCallbackInterface* const client_;  // likewise; may be null
-  std::atomic<uint8_t> last_status_{0};            // of replies and errors; not read
+  HylSpectralApiCallbackInterface* const client_;  // valid while a delivery is open; may be null
+  std::atomic<uint8_t> last_status_{0};            // of replies and errors; never read
 
  public:
   /// Cookie of the request that was started last with this object. Written under the instance
@@ -55,7 +55,6 @@ class SpectralCallbacks : public SensorCallbacks {
   Mutex reply_mutex;                     ///< the lock of reply_cv
 
  protected:
-  /// Handles a message of any type.
   void Handle(const Message& message, const Delivery& delivery) override;
   /// False when this object does not take configuration replies.
   virtual bool HandleConfigReply(const RlsMsgAccessResp&) { return false; }
@@ -63,7 +62,9 @@ class SpectralCallbacks : public SensorCallbacks {
  private:
   void HandleSample(const SampleMessage& message);
   void HandleEvents(const EventMessage& message, const Delivery& delivery);
+  /// False when the rest of the chain is to be dropped.
   bool HandleEvent(const RefCountedSensorEvent& event);
+  /// The id of the session that gets the samples; 0, and logged, when there is none.
   uint32_t FindSession() const;
 };
 
