@@ -52,7 +52,11 @@ void AddCommandLine(CLI::App& app, Context& context) {
   for (CLI::App* const command : app.get_subcommands({})) {
     command->footer(command->get_footer() + "\nOptions of all commands: hyl-spectral --help");
   }
-  app.footer("Example: hyl-spectral list\n\n" + ExitCodesHelp());
+  app.footer(
+      "Ctrl-C ends a run; where the sensor framework does not answer, that takes up to 5 s.\n"
+      "NO_COLOR in the environment turns colours off, TERM=dumb all drawing.\n"
+      "\nExample: hyl-spectral list\n\n" +
+      ExitCodesHelp());
 }
 
 /// What --help and --version print.
@@ -134,7 +138,9 @@ CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, dou
 }
 
 CLI::Option* TakeOneOf(CLI::Option* option, const std::string& words) {
-  return option->type_name(words)->check(CLI::IsMember(CLI::detail::split(words, '|')));
+  // The type's name says it all; there is nothing for a description to add.
+  return option->type_name(words)->check(
+      CLI::IsMember(CLI::detail::split(words, '|')).description(""));
 }
 
 }  // namespace hyl::v2::tool

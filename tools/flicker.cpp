@@ -60,8 +60,9 @@ std::string TextOf(const FlickerReport& report) {
 
 /// The names of the fields or, but for the header, their values.
 std::string CsvOf(const FlickerReport& report, bool header) {
+  const nlohmann::ordered_json fields = Fields(report);
   std::string line;
-  for (const auto& field : Fields(report).items()) {
+  for (const auto& field : fields.items()) {
     line += line.empty() ? "" : ",";
     if (header) {
       line += field.key();
@@ -288,7 +289,7 @@ void AddFlickerCommand(CLI::App& app, const Context& context) {
   flicker->add_flag("--samples", options->samples, "print the samples instead of their analysis");
   flicker
       ->add_option("--plot", options->plot,
-                   "draw the last second's waveform and spectrum at the end, into an .svg or .png")
+                   "draw the last second, waveform and spectrum, into an .svg or .png")
       ->type_name("FILE")
       ->check(PictureFault);
   flicker->footer(
