@@ -11,7 +11,6 @@
 #include "comparison.h"
 #include "flicker_streams.h"
 #include "running_sensor.h"
-#include "spectral_messages.h"
 #include "vector_delivery.h"
 
 namespace hyl::v2::bench {
@@ -34,8 +33,8 @@ struct Spectral {
   Running running{MakeSensors(1)};
   std::shared_ptr<Service::AsyncCallbacks> callbacks = running.EnableAmbientLight(0);
   BenchClient floor_client;
-  BenchSample sample;
-  BenchEvents events{kEventsPerChain};
+  host::SpectralMessage sample{ChannelValues(), 1};
+  host::EventChainMessage events = MakeChain(kEventsPerChain);
 };
 
 Comparison SampleDelivery() {
@@ -102,23 +101,12 @@ Comparison ChainDelivery() {
            {"framework's vector, call", in_vector, kSamplesPerPass, Measure::kTimesCost}}};
 }
 
-class FlickerData final : public FlickerDataResp {
- public:
-  uint8_t Type() const override { return static_cast<uint8_t>(MessageType::kFlickerData); }
-};
-
-class FlickerFormat final : public FlickerFormatResp {
- public:
-  FlickerFormat() { width = FlickerFormatSampleWidth::kCompressed1; }
-  uint8_t Type() const override { return static_cast<uint8_t>(MessageType::kFlickerFormat); }
-};
-
 struct Flicker {
   Flicker() {
     uint32_t id = 0;
     running.api().EnableFlickerSensor("Flicker", samples.data(), samples.size(), kOutBits, id);
-    callbacks = running.framework().CallbacksOf(kFlickerHandle);
-    const FlickerFormat format;
+    callbacks = running.framework().CallbacksOf(host::kFlicker);
+    const host::FlickerFormatMessage format(FlickerFormatSampleWidth::kCompressed1);
     callbacks->OnResponse(&format);
     converter.SetOutput(samples.data(), samples.size(), kOutBits);
     converter.ConfigureCompressed1InputFormat();
@@ -142,7 +130,7 @@ struct Flicker {
   std::vector<int32_t> samples = std::vector<int32_t>(kChunkBytes);
   Running running{MakeSensors(1)};
   std::shared_ptr<Service::AsyncCallbacks> callbacks;
-  FlickerData message;
+  host::FlickerDataMessage message{{}};
   // The floor's:
   std::mutex mutex;
   spectral::SampleConverter converter;

@@ -4,7 +4,6 @@
 
 #include "comparison.h"
 #include "running_sensor.h"
-#include "spectral_messages.h"
 
 namespace hyl::v2::bench {
 namespace {
@@ -14,8 +13,7 @@ constexpr double kFlat = 1.1;
 
 /// A pass that delivers single samples to "ALS 0".
 struct SingleSamples {
-  SingleSamples(uint32_t sessions, size_t list_size)
-      : running(MakeSensors(static_cast<int>(sessions), list_size)) {
+  SingleSamples(uint32_t sessions, size_t list_size) : running(MakeSensors(sessions, list_size)) {
     // The one that is measured comes last, so that its session is the last of the table.
     for (uint32_t index = sessions; index-- > 0;) {
       callbacks = running.EnableAmbientLight(index);
@@ -30,7 +28,7 @@ struct SingleSamples {
 
   Running running;
   std::shared_ptr<Service::AsyncCallbacks> callbacks;
-  BenchSample sample;
+  host::SpectralMessage sample{ChannelValues(), 1};
 };
 
 Contender WithSessions(uint32_t sessions, size_t list_size, std::string name, double target) {
@@ -53,11 +51,11 @@ Comparison Lists() {
 }
 
 struct Chains {
-  explicit Chains(size_t length) : events(length) {}
+  explicit Chains(size_t length) : events(MakeChain(length)) {}
 
   Running running{MakeSensors(1)};
   std::shared_ptr<Service::AsyncCallbacks> callbacks = running.EnableAmbientLight(0);
-  BenchEvents events;
+  host::EventChainMessage events;
 };
 
 Contender WithChains(size_t length, double target) {

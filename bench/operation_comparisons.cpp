@@ -40,18 +40,18 @@ class BareCallbacks final : public Service::AsyncCallbacks {
   bool replied_ = false;
 };
 
+using Answering = host::ScriptedFramework::Delivery;
+
 /// The library and a bare client of the same framework.
 struct Operations {
-  explicit Operations(Answering how) : running(MakeSensors(1), how), answering(how) {}
+  explicit Operations(Answering answering) {
+    running.framework().AnswerWith(host::ScriptedFramework::Echo, answering);
+  }
 
   /// Until the framework has answered what was sent.
-  void Settle() {
-    if (answering == Answering::kOnThread) {
-      running.framework().WaitUntilAnswered();
-    }
-  }
+  void Settle() { running.framework().AwaitAnswers(); }
   void Send(RequestType type, const Request& request) {
-    (void)bare->InvokeAsyncServiceCall(kRearHandle, static_cast<uint32_t>(type), request,
+    (void)bare->InvokeAsyncServiceCall(host::kRearContinuous, static_cast<uint32_t>(type), request,
                                        callbacks);
   }
   void SendConfig(RlsAccess access, RlsCommand command) {
@@ -62,8 +62,7 @@ struct Operations {
     Send(RequestType::kRlsMsgAccess, request);
   }
 
-  Running running;
-  Answering answering;
+  Running running{MakeSensors(1)};
   std::unique_ptr<Api> bare = Api::Create(ClientType::kSpectral);
   std::shared_ptr<BareCallbacks> callbacks = std::make_shared<BareCallbacks>();
 };

@@ -5,7 +5,6 @@
 
 #include "comparison.h"
 #include "running_sensor.h"
-#include "spectral_messages.h"
 #include "vector_delivery.h"
 
 namespace hyl::v2::bench {
@@ -29,8 +28,8 @@ struct TwoSensors {
     uint32_t id = 0;
     api->EnableAmbientLightSensor("ALS 0", id, SensorReportingMode::kContinuous);
     api->EnableAmbientLightSensor("ALS 1", id, SensorReportingMode::kContinuous);
-    rear = framework.CallbacksOf(kRearHandle);
-    front = framework.CallbacksOf(kFrontHandle);
+    rear = framework.CallbacksOf(host::kRearContinuous);
+    front = framework.CallbacksOf(host::kFrontContinuous);
   }
   ~TwoSensors() { HylSpectralApi::Destroy(&api); }
   TwoSensors(const TwoSensors&) = delete;
@@ -40,13 +39,13 @@ struct TwoSensors {
   void Second() { Deliver(*front); }
 
   static void Deliver(Service::AsyncCallbacks& callbacks) {
-    const BenchSample sample;
+    const host::SpectralMessage sample{ChannelValues(), 1};
     for (size_t i = 0; i < kSamplesPerPass; ++i) {
       callbacks.OnResponse(&sample);
     }
   }
 
-  BenchFramework framework{MakeSensors(2), Answering::kNever};
+  Framework framework{MakeSensors(2)};
   SharedClient client;
   HylSpectralApi* api = nullptr;
   std::shared_ptr<Service::AsyncCallbacks> rear;

@@ -20,15 +20,6 @@ if(HYL_SANITIZE)
   target_link_options(hyl_options INTERFACE -fsanitize=${HYL_SANITIZE})
 endif()
 
-option(HYL_LARGE_UNITS
-  "Compile the host layer and the tool as one unit each, which takes a tenth of the time" OFF)
-
-# For targets whose code is not what such a build is about.
-function(hyl_large_unit target)
-  set_target_properties(${target} PROPERTIES
-    UNITY_BUILD ${HYL_LARGE_UNITS} UNITY_BUILD_BATCH_SIZE 0)
-endfunction()
-
 # Gives a shared library the file name that it has on a device: NAME.so, without a prefix.
 function(hyl_device_name target name)
   set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${name})

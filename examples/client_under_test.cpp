@@ -1,15 +1,19 @@
-// A unit test of a client: the simulated sensors run on a clock that the test moves, and lose data
-// on request, so that the test takes no time and always sees the same.
+// Unit tests of two clients. The first runs on the simulated sensors, whose clock the test moves,
+// so that the test takes no time and always sees the same; the sensors lose data on request. The
+// second runs on a scripted framework, which refuses requests and delivers what the test wants.
 #include <chrono>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <hyl/host/messages.h>
+#include <hyl/host/scripted_framework.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 #include <hyl/hyl_spectral_api.h>
 
 using namespace hyl::v2;
 
-/// The client: counts the flicker samples that it gets and those that it misses.
+/// Counts the flicker samples that it gets and those that it misses.
 struct LossCounter : HylSpectralApiCallbackInterface {
   void OnSpectralData(uint32_t, uint32_t, const Vector<float>&, int64_t) override {}
   void OnFlickerData(uint32_t, const FlickerSampleBlock* block) override {
@@ -56,4 +60,49 @@ TEST_F(LossCounterTest, CountsEverySampleOfTheChunksThatTheSensorLoses) {
   RunOneSecond();
   EXPECT_EQ(counter.missed, 12U * 240);
   EXPECT_EQ(counter.received, 88U * 240);
+}
+
+/// Keeps the latest brightness. Tries a second time when the sensor does not start.
+struct Brightness : HylSpectralApiCallbackInterface {
+  Brightness() { HylSpectralApi::Create(&api, this, HylLogLevel::kWarning); }
+  ~Brightness() override { HylSpectralApi::Destroy(&api); }
+
+  HylErr Start() {
+    const auto mode = SensorReportingMode::kOnChange;
+    const HylErr err = api->EnableAmbientLightSensor("Rear", session, mode);
+    return err == HylErr::kOk ? err : api->EnableAmbientLightSensor("Rear", session, mode);
+  }
+  void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {
+    latest = values.empty() ? latest : values[0];
+  }
+  void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
+
+  HylSpectralApi* api = nullptr;
+  uint32_t session = 0;
+  float latest = 0;
+};
+
+class BrightnessTest : public testing::Test {
+ protected:
+  host::ScriptedFramework framework;  // outlives the client
+  Brightness brightness;
+};
+
+TEST_F(BrightnessTest, TriesTwiceToStart) {
+  framework.RefuseInvoke(1, HylErr::kFailed);  // the first request
+  EXPECT_EQ(brightness.Start(), HylErr::kOk);
+  EXPECT_EQ(framework.TakeInvokes().size(), 2U);
+  EXPECT_EQ(framework.Running().size(), 1U);
+}
+
+TEST_F(BrightnessTest, SaysWhyItCannotStart) {
+  framework.RefuseInvoke(host::ScriptedFramework::kEvery, HylErr{42});
+  EXPECT_EQ(brightness.Start(), HylErr{42});
+}
+
+TEST_F(BrightnessTest, KeepsTheLatestThroughASampleWithoutValues) {
+  ASSERT_EQ(brightness.Start(), HylErr::kOk);
+  framework.Deliver(host::kRearOnChange, host::SpectralMessage({7, 8, 9}));
+  framework.Deliver(host::kRearOnChange, host::SpectralMessage({}));
+  EXPECT_EQ(brightness.latest, 7);
 }

@@ -34,7 +34,9 @@ double ColourTemperature(const Vector<float>& values) {
 
 struct FirstSample : HylSpectralApiCallbackInterface {
   void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {
-    if (!taken) temperature.set_value(ColourTemperature(values));
+    if (!taken) {
+      temperature.set_value(ColourTemperature(values));
+    }
     taken = true;
   }
   void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
@@ -51,7 +53,9 @@ int main() {
   uint32_t session = 0;
   api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
   const bool came = measured.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-  if (came) std::printf("colour temperature: %.0f K\n", measured.get());
+  if (came) {
+    std::printf("colour temperature: %.0f K\n", measured.get());
+  }
   api->DisableAmbientLightSensor(session);
   HylSpectralApi::Destroy(&api);
   return came ? 0 : 1;

@@ -28,9 +28,13 @@ struct Recorder : HylSpectralApiCallbackInterface {
   void OnSpectralData(uint32_t, uint32_t, const Vector<float>&, int64_t) override {}
   void OnFlickerData(uint32_t, const FlickerSampleBlock* block) override {
     const size_t wanted = block->format_param / 10;
-    if (samples.size() >= wanted) return;
+    if (samples.size() >= wanted) {
+      return;
+    }
     samples.insert(samples.end(), block->samples, block->samples + block->num_samples);
-    if (samples.size() >= wanted) rate_hz.set_value(block->format_param);
+    if (samples.size() >= wanted) {
+      rate_hz.set_value(block->format_param);
+    }
   }
   std::vector<int> samples;  // the main thread reads it once rate_hz is there
   std::promise<double> rate_hz;
@@ -49,7 +53,9 @@ int main() {
   const auto result = rate.wait_for(std::chrono::seconds(5));
   api->DisableFlickerSensor(session);
   HylSpectralApi::Destroy(&api);
-  if (result != std::future_status::ready) return 1;
+  if (result != std::future_status::ready) {
+    return 1;
+  }
   const double rate_hz = rate.get();
   for (const double hz : {100.0, 120.0}) {
     const double ripple = 100 * Ripple(recorder.samples, hz, rate_hz);

@@ -10,7 +10,9 @@ using namespace hyl::v2;
 struct Printer : HylSpectralApiCallbackInterface {
   void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t ns) override {
     std::printf("%.3f s:", static_cast<double>(ns) / 1e9);
-    for (const float value : values) std::printf(" %.1f", static_cast<double>(value));
+    for (const float value : values) {
+      std::printf(" %.1f", static_cast<double>(value));
+    }
     std::printf("\n");
   }
   void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
@@ -20,7 +22,9 @@ int main() {
   Printer printer;  // outlives the instance
   HylSpectralApi* api = nullptr;
   HylSpectralApi::Create(&api, &printer, HylLogLevel::kWarning);
-  for (const HylString& name : api->GetAmbientLightSensorNames()) std::printf("%s\n", name.c_str());
+  for (const HylString& name : api->GetAmbientLightSensorNames()) {
+    std::printf("%s\n", name.c_str());
+  }
   uint32_t id = 0;
   const HylErr err = api->EnableAmbientLightSensor("rear", id, SensorReportingMode::kContinuous);
   if (err == HylErr::kOk) {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "framework.h"
 #include "input.h"
-#include "messages.h"
 
 namespace hyl::v2::test {
 
@@ -30,7 +30,7 @@ std::unique_ptr<Message> WithAnyFields(std::unique_ptr<Record> message, size_t b
 }
 
 inline std::unique_ptr<Message> AnySample(Input& input) {
-  auto message = std::make_unique<SampleMsg>(AnyFloats(input), input.Value<int64_t>());
+  auto message = std::make_unique<SpectralMessage>(AnyFloats(input), input.Value<int64_t>());
   if (input.Below(4) == 0) {
     message->sample.value_count = input.Value<uint32_t>();
   }
@@ -40,19 +40,21 @@ inline std::unique_ptr<Message> AnySample(Input& input) {
 inline std::unique_ptr<Message> AnyEvents(Input& input) {
   constexpr size_t kEndless = 15;
   const size_t count = input.Below(kEndless + 1);
-  std::vector<Event> events(input.Below(8));
-  for (Event& event : events) {
-    event = {input.Below(4) == 0 ? input.Byte() : 1, AnyFloats(input), input.Value<int64_t>()};
+  std::vector<SensorEvent> events(input.Below(8));
+  for (SensorEvent& event : events) {
+    event = {SensorEventType{input.Below(4) == 0 ? input.Byte() : uint8_t{1}}, AnyFloats(input),
+             input.Value<int64_t>()};
   }
-  return std::make_unique<Events>(Chain(events), count == kEndless ? ~uint64_t{0} : count);
+  return std::make_unique<EventChainMessage>(MakeEventChain(events),
+                                             count == kEndless ? ~uint64_t{0} : count);
 }
 
 inline std::unique_ptr<Message> AnyFlickerData(Input& input) {
   enum : size_t { kNullData = 1, kShortened = 2, kEnd = 8 };
   const size_t lie = input.Below(kEnd);
   const auto bytes = input.Bytes(input.Byte());
-  auto message = std::make_unique<FlickerData>(std::vector(bytes.begin(), bytes.end()),
-                                               input.Value<uint32_t>());
+  auto message = std::make_unique<FlickerDataMessage>(std::vector(bytes.begin(), bytes.end()),
+                                                      input.Value<uint32_t>());
   if (lie == kNullData) {
     message->data = nullptr;
   } else if (lie == kShortened) {
@@ -62,7 +64,8 @@ inline std::unique_ptr<Message> AnyFlickerData(Input& input) {
 }
 
 inline std::unique_ptr<Message> AnyFlickerFormat(Input& input) {
-  auto message = std::make_unique<FlickerFormat>(FlickerFormatSampleWidth{input.SignedByte()});
+  auto message =
+      std::make_unique<FlickerFormatMessage>(FlickerFormatSampleWidth{input.SignedByte()});
   message->format_param = input.Value<uint32_t>();
   return WithAnyFields(std::move(message), 20, 23, input);
 }
@@ -82,7 +85,7 @@ inline std::unique_ptr<Message> AnyMessage(Input& input) {
     case 8:
       return AnyEvents(input);
     case 64:
-      return WithAnyFields(std::make_unique<SettingsReply>(RlsAccess{}, RlsCommand{}), 10, 61,
+      return WithAnyFields(std::make_unique<SettingReply>(RlsAccess{}, RlsCommand{}), 10, 61,
                            input);
     case 65:
       return AnyFlickerData(input);

@@ -23,9 +23,9 @@
 
 #include "any_message.h"
 #include "data_way.h"
+#include "framework.h"
 #include "log_capture.h"
 #include "operations.h"
-#include "scripted_api.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -118,14 +118,14 @@ class Sequence {
   enum class Replies : uint8_t { kOnce, kTwice, kNever, kOther };
 
   std::vector<std::unique_ptr<Message>> Answer(const FrameworkCall& call) {
-    auto messages = ScriptedApi::Echo(call);
+    auto messages = ScriptedFramework::Echo(call);
     const Replies replies = replies_;
     if (replies == Replies::kNever) {
       messages.clear();
     } else if (replies == Replies::kTwice) {
-      messages.push_back(std::move(ScriptedApi::Echo(call).front()));
+      messages.push_back(std::move(ScriptedFramework::Echo(call).front()));
     } else if (replies == Replies::kOther) {
-      messages.front() = std::make_unique<SettingsReply>(RlsAccess::kWrite, RlsCommand::kGain);
+      messages.front() = std::make_unique<SettingReply>(RlsAccess::kWrite, RlsCommand::kGain);
     }
     return messages;
   }
@@ -147,14 +147,14 @@ class Sequence {
   }
 
   /// Null when the framework has not got the object.
-  ScriptedApi::Callbacks AnyObject(Input& input) {
+  ScriptedFramework::Callbacks AnyObject(Input& input) {
     return framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))]);
   }
 
   void DeliverSound(Input& input) {
     const DataWay way = kAllDataWays[input.Below(std::size(kAllDataWays))];
     if (const auto object = framework_.CallbacksOf(HandleOf(way))) {
-      const FlickerFormat format(FlickerFormatSampleWidth::kUncompressed2);
+      const FlickerFormatMessage format(FlickerFormatSampleWidth::kUncompressed2);
       object->OnResponse(&format);
       DeliverData(*object, way);
     }
@@ -308,7 +308,7 @@ class Sequence {
 
   LogCapture log_;
   std::deque<Client> clients_;  // of all instances; must outlive the framework's thread
-  ScriptedApi framework_;
+  ScriptedFramework framework_;
   std::atomic<Replies> replies_{Replies::kOnce};
   std::atomic<bool> refused_{false};  // a request has been refused, or will be
   HylSpectralApi* api_ = nullptr;     // changed only while no other thread calls operations

@@ -15,11 +15,11 @@
 #include <hyl/time.h>
 
 #include "any_message.h"
+#include "framework.h"
 #include "instance.h"
 #include "log_capture.h"
 #include "recording_client.h"
 #include "sample_converter_model.h"
-#include "scripted_api.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -36,10 +36,10 @@ int64_t ToNs(int64_t timestamp) {
 /// What a session has to get from a message to its spectral object.
 std::vector<SpectralCall> CallsFor(const Message& message, uint32_t id) {
   std::vector<SpectralCall> calls;
-  if (const auto* sample = dynamic_cast<const SampleMsg*>(&message)) {
+  if (const auto* sample = dynamic_cast<const SpectralMessage*>(&message)) {
     const auto& [unused0, values, count, unused1, timestamp, unused2] = sample->sample;
     calls.push_back({0, id, {values, values + std::min(count, 16U)}, ToNs(timestamp)});
-  } else if (const auto* events = dynamic_cast<const Events*>(&message)) {
+  } else if (const auto* events = dynamic_cast<const EventChainMessage*>(&message)) {
     const RefCountedSensorEvent* event = events->events.get();
     for (uint64_t i = 0; i < events->event_count && event != nullptr; ++i, event = event->next) {
       if (event->event_type == SensorEventType::kSpectralSample) {
@@ -126,8 +126,8 @@ class Dispatch {
   }
 
   void CheckFlicker(const Message& message) {
-    const auto* format = dynamic_cast<const FlickerFormat*>(&message);
-    const auto* data = dynamic_cast<const FlickerData*>(&message);
+    const auto* format = dynamic_cast<const FlickerFormatMessage*>(&message);
+    const auto* data = dynamic_cast<const FlickerDataMessage*>(&message);
     if (ids_[kFlickerSensor] != 0 && format != nullptr) {
       format_param_ = format->format_param;
       converter_.Configure(static_cast<int32_t>(format->width), format->little_endian != 0,
@@ -138,7 +138,7 @@ class Dispatch {
     }
   }
 
-  void CheckData(const FlickerData& message) {
+  void CheckData(const FlickerDataMessage& message) {
     const auto calls = client_.TakeFlicker();
     const bool converted = converter_.Convert({message.data, message.size}, message.restart);
     ASSERT_EQ(converted ? 1U : 0U, calls.size());
@@ -153,7 +153,7 @@ class Dispatch {
 
   const bool null_client_;
   LogCapture log_;
-  ScriptedApi framework_;
+  ScriptedFramework framework_;
   RecordingClient client_;
   SampleConverterModel converter_;
   std::vector<int32_t> wanted_;  // its buffer

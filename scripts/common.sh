@@ -25,7 +25,6 @@ configure_clang() {
 # The optimised tool, in the tree build/demo, with what it needs.
 build_tool() {
   scripts/setup build demo
-  cmake --preset release -B build/demo -DHYL_BUILD_TESTS=OFF -DHYL_BUILD_BENCH=OFF \
-    -DHYL_LARGE_UNITS=ON
+  cmake --preset release -B build/demo -DHYL_BUILD_TESTS=OFF -DHYL_BUILD_BENCH=OFF
   cmake --build build/demo --target hyl_spectral_tool
 }

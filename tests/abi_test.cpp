@@ -171,10 +171,13 @@ class AbiTest : public LibraryTest {
     EXPECT_EQ(HylErr::kOk, CallSlot<HylErr>(instance.get(), slot, arguments...)) << "slot " << slot;
     std::string text;
     for (const FrameworkCall& call : framework.TakeInvokes()) {
-      const bool setting = call.type == static_cast<uint32_t>(RequestType::kRlsMsgAccess);
       text += text.empty() ? "" : ", ";
-      text += setting ? Text("%s %d", call.bytes[1] == 0 ? "read" : "write", call.bytes[2])
-                      : Text("%u %08x %08x", call.type, call.handle, call.client_id());
+      if (const auto* setting = call.As<RlsMsgAccessReq>()) {
+        text += setting->access == RlsAccess::kRead ? "read " : "write ";
+        text += std::to_string(static_cast<int>(setting->command));
+      } else {
+        text += Text("%u %08x %08x", call.type, call.handle, call.client_id());
+      }
     }
     return text;
   }
@@ -201,7 +204,7 @@ TEST_F(AbiTest, SensorOperationsKeepTheirSlots) {
 }
 
 TEST_F(AbiTest, SettingsKeepTheirSlots) {
-  framework.AnswerWith(ScriptedApi::Echo);
+  framework.AnswerWith(ScriptedFramework::Echo);
   bool flag = true;
   uint8_t byte = 0;
   uint16_t half = 0;
@@ -306,7 +309,7 @@ TEST_F(AbiTest, CallbacksKeepSlotsAndRecordsKeepFields) {
   const Instance api(reinterpret_cast<HylSpectralApiCallbackInterface*>(&raw));
   uint32_t id = 0;
   ASSERT_EQ(HylErr::kOk, api->EnableAmbientLightSensor(nullptr, id, kContinuous));
-  framework.Deliver(kRearContinuous, SampleMsg({1, 2}, 5));
+  framework.Deliver(kRearContinuous, SpectralMessage({1, 2}, 5));
   ASSERT_EQ(2, raw.called);
   EXPECT_EQ(id, raw.session);
 

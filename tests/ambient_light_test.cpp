@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /// "type handle client-id", in hexadecimal, of each request.
-std::vector<std::string> Requests(ScriptedApi& framework) {
+std::vector<std::string> Requests(ScriptedFramework& framework) {
   std::vector<std::string> requests;
   for (const FrameworkCall& call : framework.TakeInvokes()) {
     EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
@@ -36,16 +36,16 @@ TEST_F(AmbientLightTest, RequestsAreRightByteByByte) {
   EXPECT_EQ(0x04F40000U, calls[0].handle);
   EXPECT_EQ(RequestBytes(
                 56, {{8, 1, 1}, {12, 4, 0x0A0003F4}, {40, 8, 100'000'000}, {48, 1, 1}, {49, 1, 1}}),
-            calls[0].bytes);
+            BytesOf(calls[0]));
   EXPECT_EQ(2U, calls[1].type);
   EXPECT_EQ(0x010C0001U, calls[1].handle);
   EXPECT_EQ(RequestBytes(40, {{8, 1, 1}, {12, 4, 0x0A01000C}, {33, 1, 1}, {34, 1, 1}}),
-            calls[1].bytes);
+            BytesOf(calls[1]));
   EXPECT_EQ(4U, calls[2].type);
   EXPECT_EQ(0x04F40000U, calls[2].handle);
-  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A0003F4}}), calls[2].bytes);
+  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A0003F4}}), BytesOf(calls[2]));
   EXPECT_EQ(0x010C0001U, calls[3].handle);
-  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A01000C}}), calls[3].bytes);
+  EXPECT_EQ(RequestBytes(16, {{8, 1, 1}, {12, 4, 0x0A01000C}}), BytesOf(calls[3]));
   EXPECT_EQ(calls[0].callbacks, calls[2].callbacks);
   EXPECT_EQ(calls[1].callbacks, calls[3].callbacks);
   EXPECT_NE(calls[0].callbacks, calls[1].callbacks);
@@ -229,12 +229,12 @@ TEST_F(FullTableTest, StartIsTakenBack) {
 
 TEST_F(FullTableTest, TheFailedStartSilencesTheOthers) {
   const uint32_t other_front = kRearContinuous + 7;
-  framework.Deliver(other_front, SampleMsg({1}));
+  framework.Deliver(other_front, SpectralMessage({1}));
   EXPECT_THAT(client.TakeSpectral(), ::testing::SizeIs(1));
   uint32_t id = 0;
   EXPECT_EQ(HylErr::kNoSession, instance->EnableAmbientLightSensor("ALS 8", id, kContinuous));
   log.Take();
-  framework.Deliver(other_front, SampleMsg({2}));
+  framework.Deliver(other_front, SpectralMessage({2}));
   EXPECT_THAT(client.TakeSpectral(), IsEmpty());
   EXPECT_THAT(
       log.Take(),

@@ -12,11 +12,11 @@ namespace {
 class CallbackRulesTest : public LibraryTest, public ::testing::WithParamInterface<DataWay> {
  protected:
   CallbackRulesTest() {
-    framework.AnswerWith(ScriptedApi::Echo);
+    framework.AnswerWith(ScriptedFramework::Echo);
     rear = Enable("Rear");
     Enable("Front");
     EnableFlicker();
-    framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+    framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
   }
 
   /// Runs `in_callback` inside a callback of the client.

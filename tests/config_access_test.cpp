@@ -183,8 +183,8 @@ std::vector<Operation> AllOperations() {
 }
 
 /// A reply with a value of its own in every field; all switches are `on`.
-SettingsReply FullReply(uint8_t on = 2) {
-  SettingsReply reply({}, {});
+SettingReply FullReply(uint8_t on = 2) {
+  SettingReply reply({}, {});
   reply.metric0 = 0x00011A1B;
   reply.metric1 = 0x00022A2B;
   reply.param_a = 200;
@@ -200,16 +200,16 @@ SettingsReply FullReply(uint8_t on = 2) {
   return reply;
 }
 
-Messages One(const SettingsReply& reply) {
+Messages One(const SettingReply& reply) {
   Messages messages;
-  messages.push_back(std::make_unique<SettingsReply>(reply));
+  messages.push_back(std::make_unique<SettingReply>(reply));
   return messages;
 }
 
 /// The reply, made out to this request.
-SettingsReply Answering(const FrameworkCall& call, SettingsReply reply) {
-  reply.access = static_cast<RlsAccess>(call.bytes[kAccess - sizeof(Request)]);
-  reply.command = static_cast<RlsCommand>(call.bytes[kCommand - sizeof(Request)]);
+SettingReply Answering(const FrameworkCall& call, SettingReply reply) {
+  reply.access = static_cast<RlsAccess>(BytesOf(call)[kAccess - sizeof(Request)]);
+  reply.command = static_cast<RlsCommand>(BytesOf(call)[kCommand - sizeof(Request)]);
   return reply;
 }
 
@@ -238,7 +238,7 @@ struct Bench {
   }
 
   const Operation& operation;
-  ScriptedApi framework = {};
+  ScriptedFramework framework = {};
 };
 
 void ForAllOperations(const std::function<void(Bench& bench)>& test) {
@@ -255,7 +255,7 @@ TEST(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
     const Instance api(nullptr);
     for (const char* sensor : {static_cast<const char*>(nullptr), "", "no such sensor"}) {
       for (const bool flag : {true, false}) {
-        SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+        SettingReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
         bench.framework.AnswerWith([&](const FrameworkCall& call) {
           reply = Answering(call, FullReply(flag ? 0 : 2));
           if (bench.operation.flag != nullptr) {
@@ -272,7 +272,7 @@ TEST(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
         ASSERT_EQ(1U, calls.size());
         EXPECT_EQ(0x04F40000U, calls[0].handle);
         EXPECT_EQ(64U, calls[0].type);
-        EXPECT_EQ(bench.ExpectedRequest(), calls[0].bytes);
+        EXPECT_EQ(bench.ExpectedRequest(), BytesOf(calls[0]));
         bench.framework.AwaitAnswers();
       }
     }
@@ -283,7 +283,7 @@ TEST(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
 TEST(ConfigAccessTest, RefusesNullPointersBeforeItSends) {
   ForAllOperations([](Bench& bench) {
     const Instance api(nullptr);
-    bench.framework.FailAllCreates();
+    bench.framework.FailCreate(ScriptedFramework::kEvery);
     const Instance unconnected(nullptr);
     LogCapture log;
     (void)bench.framework.Take();
@@ -311,7 +311,7 @@ TEST(ConfigAccessTest, TakesAReplyBeforeTheSendReturns) {
     ASSERT_EQ(HylErr::kOk, api->GetDeviceUid(nullptr, &uid));  // the framework knows the object now
     bench.framework.AnswerWith({});
 
-    SettingsReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
+    SettingReply reply(RlsAccess::kRead, RlsCommand::kDeviceUid);
     bench.framework.SetHook([&](const FrameworkCall& call) {
       if (call.kind == FrameworkCall::Kind::kInvoke) {
         reply = Answering(call, FullReply());
@@ -332,7 +332,7 @@ TEST(ConfigAccessTest, AnyReplyEndsTheWait) {
     const Instance api(nullptr);
     const auto expect_from_strangers = [&](const Reply& former, bool flag) {
       for (const auto& [access, command] : {std::pair(7, 8), {0, 9}, {1, 12}, {1, 200}}) {
-        SettingsReply stranger = FullReply();
+        SettingReply stranger = FullReply();
         stranger.access = static_cast<RlsAccess>(access);
         stranger.command = static_cast<RlsCommand>(command);
         bench.framework.AnswerWith([&](const FrameworkCall&) { return One(stranger); });
@@ -345,7 +345,7 @@ TEST(ConfigAccessTest, AnyReplyEndsTheWait) {
       }
     };
 
-    expect_from_strangers(SettingsReply({}, {}), false);  // zero before the first reply
+    expect_from_strangers(SettingReply({}, {}), false);  // zero before the first reply
     bench.framework.AnswerWith(AnswerInFull);
     Outs outs;
     ASSERT_EQ(HylErr::kOk, bench.Call(*api.get(), outs));
@@ -355,14 +355,14 @@ TEST(ConfigAccessTest, AnyReplyEndsTheWait) {
 }
 
 TEST(ConfigSlotsTest, SaturationAndGainAreShared) {
-  ScriptedApi framework;
+  ScriptedFramework framework;
   const Instance api(nullptr);
   const auto answer_as_stranger = [](const FrameworkCall&) {
-    return One(SettingsReply(RlsAccess::kWrite, RlsCommand::kFlickerAutoGain));
+    return One(SettingReply(RlsAccess::kWrite, RlsCommand::kFlickerAutoGain));
   };
   const auto answer_with_gain = [](float gain) {
     return [gain](const FrameworkCall& call) {
-      SettingsReply reply = Answering(call, FullReply());
+      SettingReply reply = Answering(call, FullReply());
       reply.gain = gain;
       return One(reply);
     };
@@ -394,7 +394,7 @@ TEST(ConfigSlotsTest, SaturationAndGainAreShared) {
 }
 
 TEST(ConfigWaitTest, WritesPassAnOperationThatWaits) {
-  ScriptedApi framework;
+  ScriptedFramework framework;
   RecordingClient client;
   const Instance api(&client);
   uint32_t session = 0;
@@ -415,7 +415,7 @@ TEST(ConfigWaitTest, WritesPassAnOperationThatWaits) {
       ++accepted;
     }
   });
-  framework.Deliver(kRearContinuous, SampleMsg({1.0F}));
+  framework.Deliver(kRearContinuous, SpectralMessage({1.0F}));
   EXPECT_EQ(8U, accepted);
   EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::seconds(0)));
   framework.ReleaseAnswers();

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include <hyl/host/vector_faults.h>
+#include <hyl/host/hooks.h>
 #include <hyl/hyl_spectral_impl.h>
 
 #include "data_way.h"
@@ -263,13 +263,13 @@ class ScriptRun {
 
   std::vector<std::unique_ptr<Message>> Answer(const FrameworkCall& call) {
     ++answered_;
-    auto replies = ScriptedApi::Echo(call);
+    auto replies = ScriptedFramework::Echo(call);
     if (Strikes(Fault::kReplyLost, answered_) || Strikes(Fault::kReplyLate, answered_) ||
         Strikes(Fault::kReplyInWay, answered_)) {
       late_ = {call.handle, std::move(replies[0])};
       replies.clear();
     } else if (Strikes(Fault::kReplyDoubled, answered_)) {
-      replies.push_back(std::move(ScriptedApi::Echo(call)[0]));
+      replies.push_back(std::move(ScriptedFramework::Echo(call)[0]));
     } else if (Strikes(Fault::kReplyUnknown, answered_)) {
       replies[0] = std::make_unique<BareMessage>(99);
     }
@@ -340,7 +340,7 @@ class ScriptRun {
     if (sensor == nullptr || rules_.running.count(sensor) == 0) {
       return;
     }
-    const ScriptedApi::Callbacks object = framework_.CallbacksOf(sensor->handle);
+    const ScriptedFramework::Callbacks object = framework_.CallbacksOf(sensor->handle);
     ASSERT_NE(nullptr, object);
     DeliverData(*object, way);
     const std::vector<SpectralCall> calls = client_.TakeSpectral();
@@ -410,7 +410,7 @@ class ScriptRun {
   std::map<Kind, int> calls_;                           // of the latest play
   std::pair<uint32_t, std::unique_ptr<Message>> late_;  // reply, and its request's handle
 
-  ScriptedApi framework_;
+  ScriptedFramework framework_;
   RecordingClient client_;
   int buffer_[8] = {};
   HylSpectralApi* api_ = nullptr;

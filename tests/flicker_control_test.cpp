@@ -39,7 +39,7 @@ class FlickerControlTest : public LibraryTest {
   /// Enables the sensor and announces a format.
   void Start(FlickerFormatSampleWidth width, uint8_t bits = 16) {
     ASSERT_EQ(HylErr::kOk, Enable(nullptr, bits));
-    framework.Deliver(kFlicker, FlickerFormat(width));
+    framework.Deliver(kFlicker, FlickerFormatMessage(width));
     log.Take();
   }
   void ListSensors(std::vector<SensorListEntry> sensors) {
@@ -77,7 +77,7 @@ TEST_F(FlickerControlTest, StartsAndStopsTheNamedSensor) {
   ASSERT_EQ(1U, calls.size());
   EXPECT_EQ(0x010D0003U, calls[0].handle);
   EXPECT_EQ(3U, calls[0].type);
-  EXPECT_EQ(StartBytes(0x0A03000D), calls[0].bytes);
+  EXPECT_EQ(StartBytes(0x0A03000D), BytesOf(calls[0]));
   const void* const callbacks = calls[0].callbacks;
 
   // The session is gone before the stop is sent.
@@ -91,7 +91,7 @@ TEST_F(FlickerControlTest, StartsAndStopsTheNamedSensor) {
   ASSERT_EQ(1U, calls.size());
   EXPECT_EQ(0x010D0003U, calls[0].handle);
   EXPECT_EQ(4U, calls[0].type);
-  EXPECT_EQ(StopBytes(0x0A03000D), calls[0].bytes);
+  EXPECT_EQ(StopBytes(0x0A03000D), BytesOf(calls[0]));
   EXPECT_EQ(callbacks, calls[0].callbacks);
 }
 
@@ -114,10 +114,10 @@ TEST_F(FlickerControlTest, EnableWithAFullTable) {
                           Error("Cannot enable flicker sensor 'F8', no session available!")));
   const std::vector<FrameworkCall> calls = framework.TakeInvokes();
   ASSERT_EQ(2U, calls.size());
-  EXPECT_EQ(StartBytes(0x0A08000D), calls[0].bytes);
+  EXPECT_EQ(StartBytes(0x0A08000D), BytesOf(calls[0]));
   EXPECT_EQ(4U, calls[1].type);
   EXPECT_EQ(kFlicker + 8, calls[1].handle);
-  EXPECT_EQ(StopBytes(0x0A08000D), calls[1].bytes);
+  EXPECT_EQ(StopBytes(0x0A08000D), BytesOf(calls[1]));
   EXPECT_EQ(calls[0].callbacks, calls[1].callbacks);
 
   EXPECT_EQ(HylErr::kAlreadyRunning, Enable("F8"));
@@ -144,19 +144,19 @@ TEST_F(FlickerControlTest, DisableOfTheOtherKind) {
   const std::vector<FrameworkCall> stops = framework.TakeInvokes();
   ASSERT_EQ(2U, stops.size());
   EXPECT_EQ(0x010D0001U, stops[0].handle) << "always the flicker type's handle";
-  EXPECT_EQ(StopBytes(0x0A0103F4), stops[0].bytes);
+  EXPECT_EQ(StopBytes(0x0A0103F4), BytesOf(stops[0]));
   EXPECT_EQ(starts[1].callbacks, stops[0].callbacks) << "the flicker object";
   EXPECT_EQ(kFlicker, stops[1].handle);
-  EXPECT_EQ(StopBytes(kRequestId), stops[1].bytes);
+  EXPECT_EQ(StopBytes(kRequestId), BytesOf(stops[1]));
   EXPECT_EQ(rear, stops[1].callbacks) << "the object of index 0";
 }
 
 TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
   Start(k16BitsIn2, 24);
-  FlickerFormat format(k16BitsIn2);
+  FlickerFormatMessage format(k16BitsIn2);
   format.format_param = 0xF1F2F3F4;
   framework.Deliver(kFlicker, format);
-  FlickerData message(FourSamples(), 40, 0xA1);
+  FlickerDataMessage message(FourSamples(), 40, 0xA1);
   message.aux8_0 = 0xB1;
   message.aux8_1 = 0xB2;
   message.aux16_0 = 0xC1C2;
@@ -193,9 +193,9 @@ TEST_F(FlickerControlTest, HandsOnEveryFieldOfADataMessage) {
 TEST_F(FlickerControlTest, MessagesWithoutASessionAreDropped) {
   const auto expect_dropped = [&](Service::AsyncCallbacks& object, const char* cookie) {
     log.Take();
-    const FlickerFormat format(k16BitsIn2);
-    const FlickerData data(FourSamples());
-    const FlickerData empty({});
+    const FlickerFormatMessage format(k16BitsIn2);
+    const FlickerDataMessage data(FourSamples());
+    const FlickerDataMessage empty({});
     for (const Message* message :
          {static_cast<const Message*>(&format), static_cast<const Message*>(&data),
           static_cast<const Message*>(&empty)}) {
@@ -220,7 +220,7 @@ TEST_F(FlickerControlTest, MessagesWithoutASessionAreDropped) {
 
 TEST_F(FlickerControlTest, OtherMessagesAreIgnored) {
   Start(k16BitsIn2);
-  const ScriptedApi::Callbacks object = framework.CallbacksOf(kFlicker);
+  const ScriptedFramework::Callbacks object = framework.CallbacksOf(kFlicker);
   for (const int type : {0, 2, 3, 4, 7, 8, 64, 67, 255}) {
     framework.Deliver(kFlicker, BareMessage(type));
   }
@@ -233,9 +233,9 @@ TEST_F(FlickerControlTest, OtherMessagesAreIgnored) {
 
 TEST_F(FlickerControlTest, DataThatBringNothing) {
   Start(k16BitsIn2);
-  FlickerData without_data(FourSamples());
+  FlickerDataMessage without_data(FourSamples());
   without_data.data = nullptr;
-  framework.Deliver(kFlicker, FlickerData({}));
+  framework.Deliver(kFlicker, FlickerDataMessage({}));
   EXPECT_THAT(log.Take(), IsEmpty());
   framework.Deliver(kFlicker, without_data);
   EXPECT_THAT(log.Take(), ElementsAre(Error("Flicker data msg without data (size:8)")));
@@ -254,9 +254,9 @@ TEST_F(FlickerControlTest, SmallBuffersAreNeverOverrun) {
     std::vector<int32_t> guarded(capacity + 1, -7);
     int32_t* const passed = null ? nullptr : guarded.data();
     ASSERT_EQ(HylErr::kOk, instance->EnableFlickerSensor(nullptr, passed, capacity, 16, session_));
-    framework.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
+    framework.Deliver(kFlicker, FlickerFormatMessage(k16BitsIn2));
     log.Take();
-    framework.Deliver(kFlicker, FlickerData(FourSamples()));
+    framework.Deliver(kFlicker, FlickerDataMessage(FourSamples()));
     EXPECT_THAT(log.Take(),
                 ElementsAre(Warning(Text("Not enough space in sample converter buffer (want:4 "
                                          "have:%zu). Samples will be dropped.",
@@ -275,7 +275,7 @@ TEST_F(FlickerControlTest, SmallBuffersAreNeverOverrun) {
 TEST_F(FlickerControlTest, ARefusedFormatLeavesThePreviousOne) {
   Start(k16BitsIn2);
   for (const int width : {5, 1, 0, -1, 8, 258, 262, INT_MIN}) {
-    FlickerFormat refused(static_cast<FlickerFormatSampleWidth>(width));
+    FlickerFormatMessage refused(static_cast<FlickerFormatSampleWidth>(width));
     refused.format_param = static_cast<uint32_t>(1000 + width);
     refused.msb = 2;
     refused.lsb = 3;
@@ -283,7 +283,7 @@ TEST_F(FlickerControlTest, ARefusedFormatLeavesThePreviousOne) {
     EXPECT_THAT(log.Take(),
                 ElementsAre(Warning(
                     Text("Invalid converter config (sbytes:%d msb:2 lsb:3)", width == 1 ? 1 : 0))));
-    framework.Deliver(kFlicker, FlickerData(FourSamples()));
+    framework.Deliver(kFlicker, FlickerDataMessage(FourSamples()));
     const std::vector<FlickerCall> calls = client.TakeFlicker();
     ASSERT_EQ(1U, calls.size());
     EXPECT_THAT(calls[0].samples, ElementsAre(-2, 4660, 1, -32768));
@@ -294,7 +294,7 @@ TEST_F(FlickerControlTest, ARefusedFormatLeavesThePreviousOne) {
 TEST_F(FlickerControlTest, BeforeTheFirstFormat) {
   ASSERT_EQ(HylErr::kOk, Enable());
   log.Take();
-  framework.Deliver(kFlicker, FlickerData(FourSamples()));
+  framework.Deliver(kFlicker, FlickerDataMessage(FourSamples()));
   EXPECT_THAT(log.Take(), ElementsAre(Warning("No sample format received yet")));
   EXPECT_THAT(client.TakeFlicker(), IsEmpty());
   EXPECT_EQ(-1, buffer[0]);
@@ -303,14 +303,14 @@ TEST_F(FlickerControlTest, BeforeTheFirstFormat) {
 /// A session that takes over a free entry finds the format of the session before, nothing else.
 TEST_F(FlickerControlTest, AReusedEntryKeepsItsFormatAlone) {
   Start(kUncompressed2);
-  FlickerFormat format(FlickerFormatSampleWidth::kCompressed1);
+  FlickerFormatMessage format(FlickerFormatSampleWidth::kCompressed1);
   format.format_param = 5;
   framework.Deliver(kFlicker, format);
-  framework.Deliver(kFlicker, FlickerData({0x85, 0xFD}, 0, 1));
+  framework.Deliver(kFlicker, FlickerDataMessage({0x85, 0xFD}, 0, 1));
   EXPECT_THAT(TakeSamples(), ElementsAre(5 * 16, 2 * 16));
   ASSERT_EQ(HylErr::kOk, instance->DisableFlickerSensor(session_));
   ASSERT_EQ(HylErr::kOk, Enable());
-  framework.Deliver(kFlicker, FlickerData({0x81}, 0, 1));
+  framework.Deliver(kFlicker, FlickerDataMessage({0x81}, 0, 1));
   const std::vector<FlickerCall> calls = client.TakeFlicker();
   ASSERT_EQ(1U, calls.size());
   EXPECT_THAT(calls[0].samples, ElementsAre(16));
@@ -323,21 +323,21 @@ TEST_F(FlickerControlTest, OnlyTheLatestStartReceives) {
   ListSensors({MakeEntry(kFlicker, "A"), MakeEntry(kFlicker + 1, "B")});
   ASSERT_EQ(HylErr::kOk, Enable("A"));
   ASSERT_EQ(HylErr::kOk, Enable("B"));
-  framework.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
-  framework.Deliver(kFlicker, FlickerData(FourSamples()));
+  framework.Deliver(kFlicker, FlickerFormatMessage(k16BitsIn2));
+  framework.Deliver(kFlicker, FlickerDataMessage(FourSamples()));
   EXPECT_EQ(4U, TakeSamples().size()) << "goes to the session of B";
 }
 
 TEST(FlickerWithoutClientTest, DataAreDroppedSilently) {
-  ScriptedApi framework;
+  ScriptedFramework framework;
   const Instance api(nullptr);
   std::vector<int32_t> buffer(8, -1);
   uint32_t session = 0;
   ASSERT_EQ(HylErr::kOk,
             api->EnableFlickerSensor(nullptr, buffer.data(), buffer.size(), 16, session));
   LogCapture log;
-  framework.Deliver(kFlicker, FlickerFormat(k16BitsIn2));
-  framework.Deliver(kFlicker, FlickerData(FourSamples()));
+  framework.Deliver(kFlicker, FlickerFormatMessage(k16BitsIn2));
+  framework.Deliver(kFlicker, FlickerDataMessage(FourSamples()));
   EXPECT_EQ(-1, buffer[0]);
   EXPECT_THAT(log.Take(), IsEmpty());
   EXPECT_EQ(HylErr::kOk, api->DisableFlickerSensor(session));

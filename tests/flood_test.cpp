@@ -27,7 +27,7 @@ class Sensor {
  public:
   using Deliver = void (*)(Service::AsyncCallbacks&, uint64_t number);
 
-  Sensor(ScriptedApi& framework, uint32_t handle, Deliver deliver)
+  Sensor(ScriptedFramework& framework, uint32_t handle, Deliver deliver)
       : thread_([this, &framework, handle, deliver] {
           while (!end_) {
             const uint64_t number = ++begun_;
@@ -103,17 +103,17 @@ class Sensor {
 constexpr float kRearValue = 1;
 
 void DeliverRear(Service::AsyncCallbacks& object, uint64_t number) {
-  const SampleMsg message({kRearValue, 2}, static_cast<int64_t>(number));
+  const SpectralMessage message({kRearValue, 2}, static_cast<int64_t>(number));
   object.OnResponse(&message);
 }
 void DeliverFront(Service::AsyncCallbacks& object, uint64_t number) {
-  const Events message(Chain({{3}, {1, {3}, static_cast<int64_t>(number)}}), 2);
+  const EventChainMessage message({{kIgnored}, {kSpectral, {3}, static_cast<int64_t>(number)}});
   object.OnResponse(&message);
 }
 void DeliverFlicker(Service::AsyncCallbacks& object, uint64_t number) {
-  const FlickerFormat format(FlickerFormatSampleWidth::kUncompressed2);
+  const FlickerFormatMessage format(FlickerFormatSampleWidth::kUncompressed2);
   object.OnResponse(&format);  // before every chunk, since any may be a session's first
-  const FlickerData data({1, 0}, static_cast<uint32_t>(2 * number));
+  const FlickerDataMessage data({1, 0}, static_cast<uint32_t>(2 * number));
   object.OnResponse(&data);
 }
 
@@ -121,7 +121,7 @@ class FloodTest : public ::testing::Test, private HylSpectralApiCallbackInterfac
  protected:
   FloodTest() {
     android::base::SetMinimumLogSeverity(android::base::FATAL);  // drops would flood the log
-    framework.AnswerWith(ScriptedApi::Echo);
+    framework.AnswerWith(ScriptedFramework::Echo);
   }
 
   void OnSpectralData(uint32_t, uint32_t session_id, const Vector<float>& values,
@@ -136,7 +136,7 @@ class FloodTest : public ::testing::Test, private HylSpectralApiCallbackInterfac
   void RunInstance();
 
   LogCapture log;  // brings the severity back
-  ScriptedApi framework;
+  ScriptedFramework framework;
   std::array<int, 4> buffer{};
   Sensor rear{framework, kRearContinuous, DeliverRear};
   Sensor front{framework, kFrontContinuous, DeliverFront};

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <hyl/host/hub_settings.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
 #include "library_test.h"

@@ -37,7 +37,7 @@ class MemoryTest : public ::testing::Test, private HylSpectralApiCallbackInterfa
     android::base::SetMinimumLogSeverity(android::base::FATAL);  // drops would flood the log
     EXPECT_EQ(HylErr::kOk, instance->EnableAmbientLightSensor("Front", id, kContinuous));
     EXPECT_EQ(HylErr::kOk, instance->EnableFlickerSensor("", buffer, std::size(buffer), 16, id));
-    framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+    framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
     StartAndStopRear();
   }
 
@@ -49,19 +49,19 @@ class MemoryTest : public ::testing::Test, private HylSpectralApiCallbackInterfa
     EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
     EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
     EXPECT_EQ(HylErr::kOk, instance->SetTorchLightState(nullptr, true));
-    framework.Deliver(kRearContinuous, SettingsReply(RlsAccess::kWrite, RlsCommand::kTorchLight));
+    framework.Deliver(kRearContinuous, SettingReply(RlsAccess::kWrite, RlsCommand::kTorchLight));
     framework.Take();
   }
 
   /// Delivers `count` messages from each sensor, side by side.
   void Flood(uint64_t count) {
-    const SampleMsg sample(std::vector<float>(16, 1));
-    const Events events(Chain({{3}, {1, {1, 2}}}), 2);
-    const FlickerData data(std::vector<uint8_t>(16, 0x81));
+    const SpectralMessage sample(std::vector<float>(16, 1));
+    const EventChainMessage events({{kIgnored}, {kSpectral, {1, 2}}});
+    const FlickerDataMessage data(std::vector<uint8_t>(16, 0x81));
     std::atomic<int> busy{3};
     const auto pour = [&](uint32_t handle, const Message& message) {
       return std::async(std::launch::async, [&, handle] {
-        const ScriptedApi::Callbacks object = framework.CallbacksOf(handle);
+        const ScriptedFramework::Callbacks object = framework.CallbacksOf(handle);
         for (uint64_t i = 0; i < count; ++i) {
           object->OnResponse(&message);
         }
@@ -76,7 +76,7 @@ class MemoryTest : public ::testing::Test, private HylSpectralApiCallbackInterfa
   }
 
   LogCapture log;  // brings the severity back
-  ScriptedApi framework;
+  ScriptedFramework framework;
   std::atomic<uint64_t> received{0};
   int buffer[64] = {};
   uint32_t id = 0;

@@ -23,7 +23,7 @@ class DeliveryRaceTest : public LibraryTest, public ::testing::WithParamInterfac
   DeliveryRaceTest() {
     EnableIt();
     framework.Deliver(HandleOf(GetParam()),  // tells spectral sensors nothing
-                      FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+                      FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
   }
 
   void EnableIt() {
@@ -91,14 +91,16 @@ using ConversionRaceTest = LibraryTest;
 /// The conversion is held where it logs what it could not read, after it has written samples.
 TEST_F(ConversionRaceTest, DisableWaitsAndNamesDoNot) {
   const uint32_t session = EnableFlicker();
-  framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kCompressed1));
+  framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kCompressed1));
   HoldPoint conversion;
   auto logger = android::base::SetLogger([&](auto, auto, auto, auto, auto, const char* message) {
     if (std::strstr(message, "Did not process all data") != nullptr) {
       conversion.Arrive();
     }
   });
-  std::thread delivery([&] { framework.Deliver(kFlicker, FlickerData({0x85, 0x01, 0x02})); });
+  std::thread delivery([&] {
+    framework.Deliver(kFlicker, FlickerDataMessage({0x85, 0x01, 0x02}));
+  });
   EXPECT_TRUE(conversion.AwaitArrival());
   auto disabling =
       std::async(std::launch::async, [&] { return instance->DisableFlickerSensor(session); });

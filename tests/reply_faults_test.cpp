@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include <hyl/host/hub_settings.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
 #include "library_test.h"
@@ -144,17 +144,17 @@ class StrayReplyTest : public LibraryTest {
   void AnswerWith(uint8_t value) {
     framework.AnswerWith([value](const FrameworkCall&) {
       std::vector<std::unique_ptr<Message>> replies;
-      replies.push_back(std::make_unique<SettingsReply>(ReadReply(value)));
+      replies.push_back(std::make_unique<SettingReply>(ReadReply(value)));
       return replies;
     });
   }
-  static SettingsReply ReadReply(uint8_t value) {
-    SettingsReply reply(RlsAccess::kRead, RlsCommand::kRegister);
+  static SettingReply ReadReply(uint8_t value) {
+    SettingReply reply(RlsAccess::kRead, RlsCommand::kRegister);
     reply.value8 = value;
     return reply;
   }
   /// What a read hands back while `reply` comes right after its request, and its own does not come.
-  uint8_t ReadWith(const SettingsReply& reply) {
+  uint8_t ReadWith(const SettingReply& reply) {
     framework.SetHook([&](const FrameworkCall&) {
       std::thread([&] { framework.Deliver(kRearContinuous, reply); }).join();
     });

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include <hyl/host/vector_faults.h>
+#include <hyl/host/hooks.h>
 #include <hyl/internal/sensor_info_mgr.h>
 
 #include "library_test.h"
@@ -50,7 +50,7 @@ class SensorListTest : public ::testing::Test {
   }
 
   LogCapture log;
-  ScriptedApi framework;
+  ScriptedFramework framework;
   SensorInfoMgr manager;
 };
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <hyl/host/vector_faults.h>
+#include <hyl/host/hooks.h>
 #include <hyl/time.h>
 
 #include "library_test.h"
@@ -46,10 +46,11 @@ INSTANTIATE_TEST_SUITE_P(, SpectralEventsTest, ::testing::Values(kRearContinuous
                          });
 
 TEST_P(SpectralEventsTest, SampleReachesTheClient) {
-  Deliver(SampleMsg({1.5F, -2, 3}, 100));
-  Deliver(SampleMsg({}, kTicks + 100));
-  Deliver(Events(
-      Chain({{1, {4}, kTicks + 5}, {1, {}, 5}, {1, {6}, std::numeric_limits<int64_t>::max()}}), 3));
+  Deliver(SpectralMessage({1.5F, -2, 3}, 100));
+  Deliver(SpectralMessage({}, kTicks + 100));
+  Deliver(EventChainMessage({{kSpectral, {4}, kTicks + 5},
+                             {kSpectral, {}, 5},
+                             {kSpectral, {6}, std::numeric_limits<int64_t>::max()}}));
   const auto ns = [](uint64_t ticks) {
     return static_cast<int64_t>(Time::PlatformTicksToNs(ticks));
   };
@@ -60,18 +61,18 @@ TEST_P(SpectralEventsTest, SampleReachesTheClient) {
 }
 
 TEST_P(SpectralEventsTest, CountsAboveTheRecordAreClamped) {
-  SampleMsg message(std::vector<float>(16, 7));
+  SpectralMessage message(std::vector<float>(16, 7));
   for (const uint32_t count : {16U, 17U, 0xFFFFFFFFU}) {
     message.sample.value_count = count;
     EXPECT_THAT(Values(message), ElementsAre(std::vector<float>(16, 7))) << count;
   }
   const std::vector<float> most(255, 8);
-  EXPECT_THAT(Values(Events(Chain({{1, most}}), 1)), ElementsAre(most));
+  EXPECT_THAT(Values(EventChainMessage({{kSpectral, most}})), ElementsAre(most));
 }
 
 TEST_P(SpectralEventsTest, ChainsAreWalkedToCountOrEnd) {
   const struct {
-    std::vector<int> types;
+    std::vector<uint8_t> types;
     uint64_t count;
     std::vector<float> delivered;
     std::vector<LogEntry> messages;
@@ -88,16 +89,16 @@ TEST_P(SpectralEventsTest, ChainsAreWalkedToCountOrEnd) {
        {Warning("Unknown Sensor Event type:0\n"), Warning("Unknown Sensor Event type:255\n")}},
   };
   for (const auto& c : kCases) {
-    std::vector<Event> events;
+    std::vector<SensorEvent> events;
     std::vector<std::vector<float>> delivered;
     for (size_t i = 0; i < c.types.size(); ++i) {
-      events.push_back({c.types[i], {static_cast<float>(i)}});
+      events.push_back({SensorEventType{c.types[i]}, {static_cast<float>(i)}});
     }
     for (const float value : c.delivered) {
       delivered.push_back({value});
     }
-    const host::SensorEventPtr chain = Chain(events);
-    EXPECT_EQ(delivered, Values(Events(chain, c.count)));
+    const SensorEventPtr chain = MakeEventChain(events);
+    EXPECT_EQ(delivered, Values(EventChainMessage(chain, c.count)));
     EXPECT_EQ(c.messages, log.Take());
     if (chain) {
       EXPECT_EQ(1, chain->ref_count) << "references are given back";
@@ -106,9 +107,9 @@ TEST_P(SpectralEventsTest, ChainsAreWalkedToCountOrEnd) {
 }
 
 TEST_P(SpectralEventsTest, EventsBeyondTheCountAreLeft) {
-  const host::SensorEventPtr chain = Chain({{1, {1}}, {1, {2}}});
+  const SensorEventPtr chain = MakeEventChain({{kSpectral, {1}}, {kSpectral, {2}}});
   chain->next->ref_count = 255;  // one reference more would end the process
-  EXPECT_THAT(Values(Events(chain, 1)), ElementsAre(std::vector<float>{1}));
+  EXPECT_THAT(Values(EventChainMessage(chain, 1)), ElementsAre(std::vector<float>{1}));
   chain->next->ref_count = 1;
 }
 
@@ -117,9 +118,9 @@ TEST_P(SpectralEventsTest, WithoutASessionAllIsDropped) {
   const LogEntry expected = Error(std::string("Can't find session for cookie:") +
                                   (GetParam() == kRearContinuous ? "10a0003f4" : "10a0103f4") +
                                   " to handle spectral msg!");
-  Deliver(SampleMsg({1}));
+  Deliver(SpectralMessage({1}));
   EXPECT_THAT(log.Take(), ElementsAre(expected));
-  Deliver(Events(Chain({{3}, {1}, {1}, {5}}), 4));
+  Deliver(EventChainMessage({{kIgnored}, {kSpectral}, {kSpectral}, {kUnknown}}));
   EXPECT_THAT(log.Take(), ElementsAre(expected)) << "the rest of the chain is dropped";
   EXPECT_THAT(client.TakeSpectral(), IsEmpty());
 }
@@ -136,12 +137,12 @@ TEST_P(SpectralEventsTest, OtherMessagesChangeNothing) {
     Deliver(BareMessage(type));
     EXPECT_THAT(log.Take(), ElementsAre(Error(Text("Unsupported request type:%d\n", type))));
   }
-  Deliver(SettingsReply(RlsAccess::kRead, RlsCommand::kGain));
+  Deliver(SettingReply(RlsAccess::kRead, RlsCommand::kGain));
   EXPECT_EQ(GetParam() == kRearContinuous
                 ? std::vector<LogEntry>{}
                 : std::vector<LogEntry>{Error("Unsupported request type:64\n")},
             log.Take());
-  EXPECT_THAT(Values(SampleMsg({1})), ElementsAre(std::vector<float>{1}));
+  EXPECT_THAT(Values(SpectralMessage({1})), ElementsAre(std::vector<float>{1}));
 }
 
 TEST_P(SpectralEventsTest, ValuesWithoutMemoryAreLeftOut) {
@@ -151,7 +152,7 @@ TEST_P(SpectralEventsTest, ValuesWithoutMemoryAreLeftOut) {
     host::FailVectorGrowth([&] { return ++growth == 1 || growth == 1 + k; });
     std::vector<float> expected = {1, 2, 3, 4};
     expected.erase(expected.begin() + k - 1);
-    EXPECT_THAT(Values(SampleMsg({1, 2, 3, 4})), ElementsAre(expected));
+    EXPECT_THAT(Values(SpectralMessage({1, 2, 3, 4})), ElementsAre(expected));
   }
   host::FailVectorGrowth({});
 }
@@ -175,14 +176,14 @@ class ForeignEventMessage {
   virtual uint8_t Type() const { return 8; }
 
   uint64_t unused = 0;
-  host::SensorEventPtr first = Chain({{1, {43}}, {1, {44}}});
+  SensorEventPtr first = MakeEventChain({{kSpectral, {43}}, {kSpectral, {44}}});
   uint64_t count = 2;
 };
 
 TEST_P(SpectralEventsTest, MessagesAreKnownByTheirLayout) {
   const ForeignSampleMessage sample;
   const ForeignEventMessage events;
-  const ScriptedApi::Callbacks callbacks = framework.CallbacksOf(GetParam());
+  const ScriptedFramework::Callbacks callbacks = framework.CallbacksOf(GetParam());
   callbacks->OnResponse(reinterpret_cast<const Message*>(&sample));
   callbacks->OnResponse(reinterpret_cast<const Message*>(&events));
   const std::vector<SpectralCall> calls = client.TakeSpectral();
@@ -198,16 +199,16 @@ TEST_F(SpectralRoutingTest, SamplesGoToTheSessionStartedLast) {
   const uint32_t front = Enable("Front");
   const uint32_t first = Enable("Rear", kOnChange);
   const uint32_t second = Enable("Rear", kContinuous);
-  framework.Deliver(kRearOnChange, SampleMsg({1}));
-  framework.Deliver(kFrontContinuous, SampleMsg({2}));
+  framework.Deliver(kRearOnChange, SpectralMessage({1}));
+  framework.Deliver(kFrontContinuous, SpectralMessage({2}));
   EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(front, kOnChange));
-  framework.Deliver(kFrontOnChange, SampleMsg({3}));
+  framework.Deliver(kFrontOnChange, SpectralMessage({3}));
   EXPECT_THAT(client.TakeSpectral(),
               ElementsAre(SpectralCall{0, second, {1}, 0}, SpectralCall{0, front, {2}, 0},
                           SpectralCall{0, front, {3}, 0}));
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(second));
   log.Take();
-  framework.Deliver(kRearOnChange, SampleMsg({4}));
+  framework.Deliver(kRearOnChange, SpectralMessage({4}));
   EXPECT_THAT(client.TakeSpectral(), IsEmpty()) << first << " gets none of its own";
   EXPECT_THAT(
       log.Take(),
@@ -215,14 +216,14 @@ TEST_F(SpectralRoutingTest, SamplesGoToTheSessionStartedLast) {
 
   // The same request again has the same cookie, but another session.
   const uint32_t third = Enable("Rear", kContinuous);
-  framework.Deliver(kRearContinuous, SampleMsg({5}));
+  framework.Deliver(kRearContinuous, SpectralMessage({5}));
   EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, third, {5}, 0}));
 }
 
 TEST_F(SpectralRoutingTest, ASampleBeforeItsCookieIsDropped) {
   framework.SetHook([&](const FrameworkCall& call) {
     if (call.handle == kRearContinuous) {  // the rear object is known; its new request is not yet
-      framework.Deliver(kRearOnChange, SampleMsg({1}));
+      framework.Deliver(kRearOnChange, SpectralMessage({1}));
     }
   });
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(Enable("Rear", kOnChange)));
@@ -232,21 +233,21 @@ TEST_F(SpectralRoutingTest, ASampleBeforeItsCookieIsDropped) {
   EXPECT_THAT(
       log.Take(),
       ElementsAre(Error("Can't find session for cookie:10a00000c to handle spectral msg!")));
-  framework.Deliver(kRearContinuous, SampleMsg({2}));
+  framework.Deliver(kRearContinuous, SpectralMessage({2}));
   EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, id, {2}, 0}));
 }
 
 TEST(NullClientTest, SensorsRunAndDataIsDroppedInSilence) {
   LogCapture log;
-  ScriptedApi framework;
+  ScriptedFramework framework;
   Instance instance(nullptr);
   uint32_t id = 0;
   EXPECT_EQ(HylErr::kOk, instance->EnableAmbientLightSensor("Rear", id, kContinuous));
-  framework.Deliver(kRearContinuous, SampleMsg({1}));
-  framework.Deliver(kRearContinuous, Events(Chain({{1}, {5}, {1}}), 3));
+  framework.Deliver(kRearContinuous, SpectralMessage({1}));
+  framework.Deliver(kRearContinuous, EventChainMessage({{kSpectral}, {kUnknown}, {kSpectral}}));
   EXPECT_THAT(log.TakeProblems(), ElementsAre(Warning("Unknown Sensor Event type:5\n")));
   EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id));
-  framework.Deliver(kRearContinuous, SampleMsg({1}));
+  framework.Deliver(kRearContinuous, SpectralMessage({1}));
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 

@@ -20,7 +20,7 @@ using ::testing::ElementsAre;
 struct Bench {
   Bench() {
     t_problems = &problems;
-    framework.AnswerWith(ScriptedApi::Echo);
+    framework.AnswerWith(ScriptedFramework::Echo);
   }
   ~Bench() { t_problems = nullptr; }
 
@@ -43,7 +43,7 @@ struct Bench {
   }
 
   std::vector<LogEntry> problems;
-  ScriptedApi framework;
+  ScriptedFramework framework;
   RecordingClient client;
   int buffer[8] = {};
   uint32_t session = 4'000'000'000;  // no session's
@@ -79,7 +79,7 @@ void RunOnChange(Bench& bench) {
 void RunFlicker(Bench& bench) {
   EXPECT_EQ(HylErr::kOk,
             bench.Create().api().EnableFlickerSensor("", bench.buffer, 8, 16, bench.session));
-  bench.framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+  bench.framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
 }
 void RefuseDisable(Bench& bench) {
   EXPECT_EQ(HylErr{3},

@@ -33,7 +33,7 @@ class TeardownTest : public ::testing::Test {
     EXPECT_EQ(HylErr::kOk, api->EnableAmbientLightSensor("Rear", session, kContinuous));
     EXPECT_EQ(HylErr::kOk, api->EnableAmbientLightSensor("Front", session, kContinuous));
     EXPECT_EQ(HylErr::kOk, api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session));
-    framework.Deliver(kFlicker, FlickerFormat(FlickerFormatSampleWidth::kUncompressed2));
+    framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
     framework.Take();
     log.Take();
   }
@@ -74,7 +74,7 @@ class TeardownTest : public ::testing::Test {
   }
 
   LogCapture log;
-  ScriptedApi framework;
+  ScriptedFramework framework;
   std::unique_ptr<RecordingClient> client = std::make_unique<RecordingClient>();
   std::vector<int> buffer = std::vector<int>(8);
   HylSpectralApi* api = nullptr;

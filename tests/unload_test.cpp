@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 #include <hyl/hyl_spectral_api.h>
 
-#include "scripted_api.h"
+#include "framework.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -64,7 +64,7 @@ TEST(UnloadTest, LeavesNothingBehind) {
     if (round == kRounds) {
       before = BytesInUse();
     }
-    const ScriptedApi framework;
+    const ScriptedFramework framework;
     UseAndClose();
   }
   EXPECT_EQ(before, BytesInUse());
@@ -72,10 +72,10 @@ TEST(UnloadTest, LeavesNothingBehind) {
 
 /// The framework alone decides when it lets go of a callback object.
 TEST(UnloadTest, TheFrameworkMayDeliverAndReleaseLater) {
-  ScriptedApi framework;
+  ScriptedFramework framework;
   UseAndClose();
   EXPECT_TRUE(Load(RTLD_NOLOAD)) << "the library stays loaded";
-  framework.Deliver(kRearContinuous, SampleMsg({1}));
+  framework.Deliver(kRearContinuous, SpectralMessage({1}));
   framework.DropCallbacks();
 }
 

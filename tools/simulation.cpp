@@ -7,7 +7,7 @@
 
 #ifdef HYL_HOST_FRAMEWORK
 
-#include <hyl/host/hub_settings.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
 namespace hyl::v2::tool {

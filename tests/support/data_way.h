@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "scripted_api.h"
+#include "framework.h"
 
 namespace hyl::v2::test {
 
@@ -29,13 +29,13 @@ inline uint32_t HandleOf(DataWay way) {
 /// format must be kUncompressed2.
 inline void DeliverData(Service::AsyncCallbacks& object, DataWay way) {
   if (way == DataWay::kRearSample) {
-    const SampleMsg message({1, 2, 3});
+    const SpectralMessage message({1, 2, 3});
     object.OnResponse(&message);
   } else if (way == DataWay::kFrontEvents) {
-    const Events message(Chain({{1, {1}}, {5}, {1, {2}}}), 3);
+    const EventChainMessage message({{kSpectral, {1}}, {kUnknown}, {kSpectral, {2}}});
     object.OnResponse(&message);
   } else {
-    const FlickerData message({1, 0, 2, 0});
+    const FlickerDataMessage message({1, 0, 2, 0});
     object.OnResponse(&message);
   }
 }

@@ -6,11 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "framework.h"
 #include "gate.h"
 #include "instance.h"
 #include "log_capture.h"
 #include "recording_client.h"
-#include "scripted_api.h"
 
 namespace hyl::v2::test {
 
@@ -52,7 +52,7 @@ class LibraryTest : public ::testing::Test {
   }
 
   LogCapture log;
-  ScriptedApi framework;
+  ScriptedFramework framework;
   RecordingClient client;
   int buffer[64] = {};
   Instance instance{&client};

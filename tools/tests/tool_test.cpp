@@ -4,18 +4,18 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <csignal>
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <hyl/host/api_factory.h>
+#include <hyl/host/scripted_framework.h>
+#include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
 #include "captured_run.h"
@@ -40,106 +40,29 @@ MATCHER(IsOneLine, "is one whole line that can be shown") {
   return arg.ends_with('\n') && std::count_if(arg.begin(), arg.end(), is_control) == 1;
 }
 
-/// Starts less stops that the framework has accepted. The framework ends what runs when an instance
-/// goes, so that its own list would not show a stop that was forgotten.
-std::atomic<int> running_sensors = 0;
-
-/// What the counting framework calls the flicker sensor, unless it is empty.
-std::string flicker_sensor_name;
-
-/// Counts what passes to another framework.
-class CountingFramework : public Api {
- public:
-  explicit CountingFramework(std::unique_ptr<Api> framework) : framework_(std::move(framework)) {}
-
-  std::vector<SensorListEntry> GetSensorList() override {
-    std::vector<SensorListEntry> list = framework_->GetSensorList();
-    for (SensorListEntry& entry : list) {
-      if (entry.handle >> 16U == 269 && !flicker_sensor_name.empty()) {
-        std::fill_n(entry.name, sizeof entry.name, '\0');
-        flicker_sensor_name.copy(entry.name, sizeof entry.name - 1);
-      }
-    }
-    return list;
-  }
-  HylErr InvokeAsyncServiceCall(uint32_t handle, uint32_t type, const Request& request,
-                                std::shared_ptr<Service::AsyncCallbacks> callbacks) override {
-    const HylErr result =
-        framework_->InvokeAsyncServiceCall(handle, type, request, std::move(callbacks));
-    running_sensors += result != HylErr::kOk ? 0 : Change(static_cast<RequestType>(type));
-    return result;
-  }
-
- private:
-  static int Change(RequestType type) {
-    switch (type) {
-      case RequestType::kStartOnChangeSampling:
-      case RequestType::kStartContinuousSampling:
-        return 1;
-      case RequestType::kStopSampling:
-        return -1;
-      case RequestType::kRlsMsgAccess:
-        break;
-    }
-    return 0;
-  }
-
-  const std::unique_ptr<Api> framework_;
-};
-
-/// Puts a counter before the simulated hub. Connections to the hub are made in advance, since the
-/// factory stands in the way of making them later.
-void UseCountedHub() {
-  constexpr int kConnections = 16;
-  host::SetApiFactory({});
-  const auto connections = std::make_shared<std::vector<std::unique_ptr<Api>>>();
-  for (int i = 0; i < kConnections; ++i) {
-    connections->push_back(Api::Create(ClientType::kSpectral));
-  }
-  host::SetApiFactory([connections](ClientType) -> std::unique_ptr<Api> {
-    if (connections->empty()) {
-      return nullptr;
-    }
-    auto counted = std::make_unique<CountingFramework>(std::move(connections->back()));
-    connections->pop_back();
-    return counted;
-  });
-}
-
 /// Every test begins on the simulated sensors as they are at first.
 class ToolTest : public testing::Test {
  protected:
   ToolTest() {
     host::SimulatedHub::Instance().Reset();
-    running_sensors = 0;
-    flicker_sensor_name.clear();
-    UseCountedHub();
+    framework_->UseSimulatedHub();
   }
+
+  /// Puts a framework in the hub's place that gives this answer to all requests, and sends no data.
+  void UseSilentFramework(HylErr answer) {
+    framework_.emplace();
+    framework_->SetSensorList({host::MakeEntry(host::kRearOnChange, "rear"),
+                               host::MakeEntry(host::kRearContinuous, "rear"),
+                               host::MakeEntry(host::kFlicker, "flicker"),
+                               host::MakeEntry(host::kListMarker, "")});
+    framework_->RefuseInvoke(host::ScriptedFramework::kEvery, answer);
+  }
+
+  /// Sensors that the tool has not stopped.
+  size_t Unstopped() { return framework_->Running().size(); }
+
+  std::optional<host::ScriptedFramework> framework_{std::in_place};
 };
-
-// A framework of the test's own.
-
-class ScriptedFramework : public Api {
- public:
-  explicit ScriptedFramework(HylErr answer) : answer_(answer) {}
-
-  std::vector<SensorListEntry> GetSensorList() override {
-    return {
-        {268U << 16U, "rear"}, {1268U << 16U, "rear"}, {269U << 16U, "flicker"}, {21U << 16U, ""}};
-  }
-  HylErr InvokeAsyncServiceCall(uint32_t, uint32_t, const Request&,
-                                std::shared_ptr<Service::AsyncCallbacks>) override {
-    return answer_;
-  }
-
- private:
-  const HylErr answer_;
-};
-
-/// Makes the framework give this answer to all requests, and send no data.
-void UseScriptedFramework(HylErr answer) {
-  host::SetApiFactory([answer](ClientType) { return std::make_unique<ScriptedFramework>(answer); });
-}
 
 // Ends with an error.
 
@@ -158,7 +81,7 @@ TEST_P(FaultTest, EndsInALine) {
   EXPECT_THAT(result.out, IsEmpty());
   EXPECT_THAT(result.err, AllOf(IsOneLine(), StartsWith("hyl-spectral: "), HasSubstr("; "),
                                 HasSubstr(GetParam().says)));
-  EXPECT_EQ(running_sensors, 0);
+  EXPECT_EQ(Unstopped(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -216,7 +139,7 @@ struct RefusalCase {
 
 class RefusalTest : public ToolTest, public testing::WithParamInterface<RefusalCase> {
  protected:
-  void SetUp() override { UseScriptedFramework(GetParam().answer); }
+  void SetUp() override { UseSilentFramework(GetParam().answer); }
 };
 
 TEST_P(RefusalTest, EndsInALine) {
@@ -240,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(
 class LostFrameworkTest : public ToolTest {};
 
 TEST_F(LostFrameworkTest, EndsARunThatGetsNoData) {
-  UseScriptedFramework(HylErr::kOk);
+  UseSilentFramework(HylErr::kOk);
   for (const char* const arguments :
        {"stream rear --timeout 0.05", "flicker flicker --timeout 0.05"}) {
     const RunResult result = RunCaptured(arguments);
@@ -250,14 +173,14 @@ TEST_F(LostFrameworkTest, EndsARunThatGetsNoData) {
 }
 
 TEST_F(LostFrameworkTest, LetsOnChangeWaitForAChange) {
-  UseScriptedFramework(HylErr::kOk);
+  UseSilentFramework(HylErr::kOk);
   const RunResult result = RunCaptured("stream rear --mode on-change --timeout 0.05 --seconds 0.2");
   EXPECT_EQ(result.code, 0);
   EXPECT_THAT(result.err, IsEmpty());
 }
 
 TEST_F(LostFrameworkTest, SaysThatThereIsNoFramework) {
-  host::SetApiFactory([](ClientType) { return std::unique_ptr<Api>(); });
+  framework_->FailCreate(host::ScriptedFramework::kEvery);
   const RunResult result = RunCaptured("stream rear");
   EXPECT_EQ(result.code, 5);
   EXPECT_THAT(result.err, AllOf(IsOneLine(), HasSubstr("check that its service runs")));
@@ -267,7 +190,7 @@ TEST_F(LostFrameworkTest, SaysThatThereIsNoFramework) {
 
 class EndOfRunTest : public ToolTest, public testing::WithParamInterface<const char*> {
  protected:
-  void TearDown() override { EXPECT_EQ(running_sensors, 0); }
+  void TearDown() override { EXPECT_EQ(Unstopped(), 0U); }
 };
 
 TEST_P(EndOfRunTest, OfAReaderThatHasGone) {
@@ -295,7 +218,7 @@ TEST_P(EndOfRunTest, OnASignalAfterOutput) {
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.err, IsEmpty());
     EXPECT_THAT(reader.Text(), EndsWith("\n"));
-    EXPECT_EQ(running_sensors, 0);
+    EXPECT_EQ(Unstopped(), 0U);
   }
 }
 
@@ -332,7 +255,7 @@ TEST_F(ClosedOutputTest, EndsQuietly) {
 }
 
 TEST_F(ClosedOutputTest, EndsARunThatHasNothingToPrint) {
-  UseScriptedFramework(HylErr::kOk);
+  UseSilentFramework(HylErr::kOk);
   Pipe pipe;
   pipe.reader.Close();
   EXPECT_EQ(RunInto(pipe.writer.get(), "stream rear --mode on-change").code, 0);
@@ -538,7 +461,8 @@ TEST_F(PictureTest, TakesNoSensorNameForACommand) {
   for (const char* const name :
        {"';system'touch PWNED';'", "`touch PWNED`", "'\nsystem'touch PWNED'\n'",
         "\"\nsystem\"touch PWNED\"\n", "\\'\nsystem'touch PWNED'\n", "@x"}) {
-    flicker_sensor_name = name;
+    framework_->SetSensorList(
+        {host::MakeEntry(host::kFlicker, name), host::MakeEntry(host::kListMarker, "")});
     EXPECT_EQ(RunCaptured("flicker --seconds 0.2 --plot a.svg").code, 0) << name;
     EXPECT_EQ(Files(), 1U) << name;
   }
@@ -552,7 +476,7 @@ TEST_F(PictureTest, TakesNoFolderForACommand) {
 }
 
 TEST_F(PictureTest, LeavesNothingBehindWhenTheRunFails) {
-  UseScriptedFramework(HylErr::kOk);
+  UseSilentFramework(HylErr::kOk);
   EXPECT_EQ(RunCaptured("flicker flicker --timeout 0.05" + PlotOption("a.png")).code, 7);
   EXPECT_EQ(Files(), 0U);
 }

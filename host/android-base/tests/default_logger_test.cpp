@@ -12,6 +12,10 @@
 namespace android::base {
 namespace {
 
+void Log(LogSeverity severity, const char* text) {
+  LogMessage("dir/file.cpp", 12, severity, "TAG", -1).stream() << text;
+}
+
 /// Puts a packet socket in the place of standard error, so that each write is one packet.
 class StderrPackets {
  public:
@@ -72,7 +76,7 @@ TEST_F(DefaultLoggerTest, WritesEachEntryAtOnceAsOneLine) {
 TEST_F(DefaultLoggerTest, SurvivesAClosedStandardError) {
   StderrPackets packets;
   close(STDERR_FILENO);
-  LOG(ERROR) << "nobody reads this";
+  Log(ERROR, "nobody reads this");
   EXPECT_EQ(packets.Next(), "");
 }
 
@@ -80,12 +84,12 @@ struct LogsWhenDestroyed {
   LogsWhenDestroyed() = default;
   LogsWhenDestroyed(const LogsWhenDestroyed&) = delete;
   LogsWhenDestroyed& operator=(const LogsWhenDestroyed&) = delete;
-  ~LogsWhenDestroyed() { LOG(WARNING) << "at exit"; }
+  ~LogsWhenDestroyed() { Log(WARNING, "at exit"); }
 };
 
 void ExitWithLoggingDestructor() {
   static const LogsWhenDestroyed before_first_use;
-  LOG(INFO) << "first use";
+  Log(INFO, "first use");
   std::exit(0);  // NOLINT(concurrency-mt-unsafe): the only thread of the test's child process.
 }
 
@@ -94,18 +98,18 @@ TEST(DefaultLoggerDeathTest, LogsWhileStaticsAreDestroyed) {
 }
 
 TEST(DefaultLoggerDeathTest, FatalAbortsAfterLogging) {
-  EXPECT_DEATH({ LOG(FATAL) << "last words"; }, " F .*last words");
+  EXPECT_DEATH({ Log(FATAL, "last words"); }, " F .*last words");
   EXPECT_DEATH(
       {
         SetMinimumLogSeverity(static_cast<LogSeverity>(FATAL + 1));
-        LOG(FATAL) << "last words";
+        Log(FATAL, "last words");
       },
       "last words");
 }
 
 TEST_F(DefaultLoggerTest, FatalWithoutAbortGoesOn) {
   StderrPackets packets;
-  LOG(FATAL_WITHOUT_ABORT) << "still here";
+  Log(FATAL_WITHOUT_ABORT, "still here");
   EXPECT_TRUE(packets.Next().ends_with("still here\n"));
 }
 

@@ -4,9 +4,8 @@
 #include <mutex>
 #include <utility>
 
-#include <hyl/host/api_factory.h>
-
-#include "simulated_api.h"
+#include <hyl/host/hooks.h>
+#include <hyl/host/simulated_hub.h>
 
 namespace hyl::v2 {
 namespace host {
@@ -41,7 +40,7 @@ std::unique_ptr<Api> Api::Create(ClientType type) {
   if (const auto factory = host::CurrentFactory()) {
     return (*factory)(type);
   }
-  return host::ConnectToSimulatedHub(type);
+  return host::SimulatedHub::Instance().Connect(type);
 }
 
 }  // namespace hyl::v2

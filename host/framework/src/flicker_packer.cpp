@@ -23,8 +23,10 @@ bool IsValid(const FlickerPacking& packing) {
   return padding <= 16 && padding < 8 * static_cast<int>(packing.width);
 }
 
-FlickerPacking MadeValid(const FlickerPacking& packing) {
-  if (IsValid(packing)) return packing;
+FlickerPacking NearestValid(const FlickerPacking& packing) {
+  if (IsValid(packing)) {
+    return packing;
+  }
   return {.width = FlickerFormatSampleWidth::kUncompressed2,
           .little_endian = packing.little_endian};
 }
@@ -49,12 +51,16 @@ void PutGroups(int32_t value, int groups, std::vector<uint8_t>& bytes) {
 }  // namespace
 
 FlickerPacker::FlickerPacker(const FlickerPacking& packing)
-    : packing_(MadeValid(packing)),
+    : packing_(NearestValid(packing)),
       sample_bytes_(IsUncompressed(packing_.width) ? static_cast<uint32_t>(packing_.width) : 2) {}
 
 int FlickerPacker::SampleBits() const {
-  if (packing_.width == FlickerFormatSampleWidth::kCompressed1) return kCompressed1Bits;
-  if (packing_.width == FlickerFormatSampleWidth::k16BitsIn2) return k16BitsIn2Bits;
+  if (packing_.width == FlickerFormatSampleWidth::kCompressed1) {
+    return kCompressed1Bits;
+  }
+  if (packing_.width == FlickerFormatSampleWidth::k16BitsIn2) {
+    return k16BitsIn2Bits;
+  }
   return static_cast<int>(8 * sample_bytes_) - packing_.msb - packing_.lsb;
 }
 
@@ -64,7 +70,9 @@ std::vector<uint8_t> FlickerPacker::Pack(std::span<const int32_t> samples, Chunk
   }
   auto bytes = packing_.width == FlickerFormatSampleWidth::k16BitsIn2 ? Pack16BitsIn2(samples)
                                                                       : PackUncompressed(samples);
-  if (end == ChunkEnd::kBroken) bytes.push_back(0x55);
+  if (end == ChunkEnd::kBroken) {
+    bytes.push_back(0x55);
+  }
   return bytes;
 }
 
@@ -78,7 +86,9 @@ std::vector<uint8_t> FlickerPacker::PackCompressed1(std::span<const int32_t> sam
     PutGroups(sample - last_sample_, GroupsFor(sample - last_sample_), bytes);
     last_sample_ = sample;
   }
-  if (end == ChunkEnd::kBroken) bytes.insert(bytes.end(), {0x01, 0x02});
+  if (end == ChunkEnd::kBroken) {
+    bytes.insert(bytes.end(), {0x01, 0x02});
+  }
   if (end == ChunkEnd::kBegun && samples.size() >= 2) {
     // Most differences fit one group, which cannot be cut: write the last one over, wider.
     bytes.resize(last_start);

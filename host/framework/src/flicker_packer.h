@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include <hyl/host/flicker_stream.h>
+#include <hyl/host/simulated_hub.h>
 
 namespace hyl::v2::host {
 
@@ -26,7 +26,7 @@ class FlickerPacker {
   int SampleBits() const;
   /// The next chunk begins with the sample itself, not its difference from the one before. That
   /// one's chunk must have ended kWhole.
-  void StartAfresh() { last_sample_ = 0; }
+  void Restart() { last_sample_ = 0; }
   /// Packs one chunk; an even number of samples. Bits above SampleBits() are left out.
   std::vector<uint8_t> Pack(std::span<const int32_t> samples, ChunkEnd end);
 

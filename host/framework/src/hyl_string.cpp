@@ -33,25 +33,16 @@ HylString& HylString::operator=(HylString&& other) noexcept {
 
 void HylString::assign(const char* text) {
   const size_t size = text != nullptr ? std::strlen(text) : 0;
-  if (size == 0) {
-    clear();
-    return;
+  char* const fresh = size > 0 ? NewChars(size + 1) : nullptr;  // `text` may lie in the old one
+  if (fresh != nullptr) {
+    std::memcpy(fresh, text, size + 1);
   }
-  if (size >= capacity_) {
-    char* const fresh = NewChars(size + 1);
-    if (fresh != nullptr) {
-      std::memcpy(fresh, text, size + 1);
-    }
-    clear();
-    if (fresh == nullptr) {
-      return;
-    }
+  clear();
+  if (fresh != nullptr) {
     chars_ = fresh;
+    size_ = size;
     capacity_ = size + 1;
-  } else {
-    std::memmove(chars_, text, size + 1);  // `text` may lie inside
   }
-  size_ = size;
 }
 
 void HylString::clear() {

@@ -72,17 +72,3 @@ class LogMessage {
 };
 
 }  // namespace android::base
-
-/// The tag of the entries that LOG makes: LOG_TAG where the including file defined it.
-#ifdef LOG_TAG
-#define ANDROID_BASE_LOG_TAG LOG_TAG
-#else
-#define ANDROID_BASE_LOG_TAG nullptr
-#endif
-
-/// `LOG(ERROR) << "text";` logs one entry; what is streamed is evaluated only if it is logged.
-#define LOG(severity)                                                                  \
-  ::android::base::ShouldLog(::android::base::severity, ANDROID_BASE_LOG_TAG) &&       \
-      ::android::base::LogMessage(__FILE__, static_cast<unsigned>(__LINE__),           \
-                                  ::android::base::severity, ANDROID_BASE_LOG_TAG, -1) \
-          .stream()

@@ -186,14 +186,14 @@ class HylSpectralApi {
   /// \name Settings
   ///
   /// Settings belong to the device, not to a session; the sensor name is ignored and may be null.
-  /// Values and units are the device's. Each operation sends one request. Those that only write
-  /// return at once and are safe inside a callback.
+  /// Values and units are the device's. Each operation sends one request. Those without an out
+  /// pointer do not wait for the reply, and are safe inside a callback.
   ///
-  /// Those with an out pointer wait for the reply; they fill the out values on kOk only. Waiting
+  /// Those with an out pointer wait for the reply, and fill the out values on kOk only. Waiting
   /// operations of an instance take turns: when the framework does not reply at all, the n-th in
-  /// the queue waits n times kReplyTimeLimit. Inside a callback, where the framework delivers
-  /// replies on the calling thread, such a call can only end by its time limit or by Destroy; so
-  /// can those of other threads at that time.
+  /// the queue waits n times kReplyTimeLimit. Where the framework delivers replies on the thread
+  /// that a callback runs on, a call from inside that callback can only end by its time limit or by
+  /// Destroy, and until then so can the waiting calls of other threads.
   ///
   /// Replies carry no number, so the first reply ends a wait, whichever request it answers. Where
   /// the framework answers each request exactly once, the library then gives its own reply
