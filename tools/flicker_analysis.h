@@ -23,6 +23,8 @@ struct FlickerLevels {
   std::optional<double> modulation_percent;
   /// The area above the mean as a part of the whole area, 0 to 1.
   std::optional<double> flicker_index;
+
+  bool operator==(const FlickerLevels&) const = default;
 };
 
 /// `samples` must not be empty.
@@ -57,6 +59,8 @@ struct FlickerCounts {
   uint64_t gaps = 0;        ///< places where samples are missing
   uint64_t lost = 0;        ///< samples that are missing there, as far as the sequence numbers tell
   uint64_t steps_back = 0;  ///< places at which the sequence numbers went back
+
+  bool operator==(const FlickerCounts&) const = default;
 };
 
 /// Joins blocks of flicker samples to unbroken stretches, and counts what is missing between them.
