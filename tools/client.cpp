@@ -27,13 +27,6 @@ int MillisecondsUntil(double until) {
   return std::isinf(left) ? -1 : static_cast<int>(std::clamp(left, 0.0, 3.6e6));
 }
 
-Failure UnknownName(OpticalSensorType type, const std::string& name,
-                    const std::vector<std::string>& names) {
-  return Failure(ExitCode::kNotFound,
-                 fmt::format("no {} sensor has a name that begins with '{}'; choose one of '{}'",
-                             TypeName(type), name, fmt::join(names, "', '")));
-}
-
 }  // namespace
 
 Client Connect(HylSpectralApiCallbackInterface* receiver) {
@@ -109,7 +102,9 @@ SensorRun::SensorRun(const Context& context, OpticalSensorType type, const RunOp
   const std::string& name = options.sensor.empty() ? names[0] : options.sensor;
   const HylErr result = enable(*client_, name.c_str(), session_id_);
   if (result == HylErr::kNotFound) {
-    throw UnknownName(type, name, names);
+    throw Failure(ExitCode::kNotFound,
+                  fmt::format("no {} sensor has a name that begins with '{}'; choose one of '{}'",
+                              TypeName(type), name, fmt::join(names, "', '")));
   }
   Require(result, fmt::format("cannot start '{}'", name));
   sensor_ = client_->GetSensorName(session_id_).c_str();

@@ -43,7 +43,13 @@ void AddCommandLine(CLI::App& app, Context& context) {
   AddSceneOptions(app);
   app.require_subcommand(1);
   app.fallthrough();
-  app.parse_complete_callback([&] { SetLogLevel(context.verbose); });
+  app.parse_complete_callback([&] {
+    SetLogLevel(context.verbose);
+    if (context.format == "csv" && !app.got_subcommand("stream") &&
+        !app.got_subcommand("flicker")) {
+      throw Failure(ExitCode::kUsage, "csv is for stream and flicker; choose text or json");
+    }
+  });
   AddListCommand(app, context);
   AddStreamCommand(app, context);
   AddFlickerCommand(app, context);
@@ -121,12 +127,6 @@ int RunTool(int argc, char** argv) noexcept {
   return static_cast<int>(code);
 }
 
-void RefuseCsv(const Context& context) {
-  if (context.format == "csv") {
-    throw Failure(ExitCode::kUsage, "csv is for stream and flicker; choose text or json");
-  }
-}
-
 CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, double most) {
   const auto check = [=](const std::string& text) {
     double value = 0;
@@ -138,7 +138,6 @@ CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, dou
 }
 
 CLI::Option* TakeOneOf(CLI::Option* option, const std::string& words) {
-  // The type's name says it all; there is nothing for a description to add.
   return option->type_name(words)->check(
       CLI::IsMember(CLI::detail::split(words, '|')).description(""));
 }

@@ -30,9 +30,6 @@ void AddSetCommand(CLI::App& app, const Context& context);
 /// What the last of `words`, those behind the program's name, can be completed to.
 std::vector<std::string> Completions(const CLI::App& app, const std::vector<std::string>& words);
 
-/// Throws Failure where the user wants CSV, for a command that has none.
-void RefuseCsv(const Context& context);
-
 /// Lets the option take a number from `least` to `most`, which its help calls `name`.
 CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, double most);
 

@@ -8,7 +8,6 @@ namespace hyl::v2::tool {
 namespace {
 
 void RunList(const Context& context) {
-  RefuseCsv(context);
   const Client client = Connect();
   std::string text = "TYPE           INDEX  SUPPORTED  NAME\n";
   Json sensors = Json::array();

@@ -262,7 +262,6 @@ std::vector<SettingCall> ReadsOf(const SettingOptions& options) {
 }
 
 void RunGet(const Context& context, const SettingOptions& options) {
-  RefuseCsv(context);
   const std::vector<SettingCall> reads = ReadsOf(options);
   const Client client = Connect();
   std::string text;
@@ -277,7 +276,6 @@ void RunGet(const Context& context, const SettingOptions& options) {
 }
 
 void RunSet(const Context& context, const SettingOptions& options) {
-  RefuseCsv(context);
   const SettingCall write = ParseCall(&Setting::write, options.name, options.words);
   const Client client = Connect();
   const Json applied = Run(*client, write);
