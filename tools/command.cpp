@@ -132,7 +132,8 @@ CLI::Option* TakeNumber(CLI::Option* option, const char* name, double least, dou
     double value = 0;
     // Written so that "nan" fails.
     const bool fits = CLI::detail::lexical_cast(text, value) && value >= least && value <= most;
-    return fits ? "" : fmt::format("'{}' is not a number from {} to {}", text, least, most);
+    return fits ? ""
+                : fmt::format("'{}' is not a number from {:.10g} to {:.10g}", text, least, most);
   };
   return option->type_name(name)->check(check);
 }

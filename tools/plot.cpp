@@ -104,11 +104,11 @@ std::string PeakMark(const FlickerReport& report, const FlickerSpectrum& spectru
 
 /// `text` as a string of gnuplot's, which cannot be read as anything else.
 std::string GnuplotString(const std::string& text) {
-  // Within double quotes, where only what is escaped has no meaning.
+  // Within double quotes, where only what is escaped has no meaning. After a 0 come three digits.
   std::string quoted = "\"";
   for (const char character : Printable(text)) {
     const auto byte = static_cast<unsigned char>(character);
-    quoted += std::isalnum(byte) != 0 ? std::string(1, character) : fmt::format("\\{:03o}", byte);
+    quoted += std::isalnum(byte) != 0 ? std::string(1, character) : fmt::format("\\{:04o}", byte);
   }
   return quoted + "\"";
 }

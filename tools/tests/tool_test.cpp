@@ -420,6 +420,8 @@ TEST_F(PictureTest, IsDrawnInBothFormats) {
     EXPECT_GT(std::filesystem::file_size(file), 5000U);
   }
   EXPECT_EQ(Files(), 3U);
+  EXPECT_THAT(ReadAll(FileDescriptor(open("a.svg", O_RDONLY)).get()),
+              HasSubstr("flicker: modulation 1."));
 }
 
 TEST_F(PictureTest, TakesNoNameForACommand) {
