@@ -249,9 +249,9 @@ TEST_F(SensorListTest, RequestIdsGoByTypePriorityAndPrefix) {
   }
 }
 
-/// The slow one is held while it builds its list, until the fast one has set its own. Then it
-/// changes nothing and logs nothing.
-TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
+/// The slow one is held while it builds its list, until the fast one has set its own. If that has a
+/// sensor it is final: the slow one changes nothing and logs nothing.
+TEST_F(SensorListTest, OfTwoDiscoveriesTheFirstWithASensorCounts) {
   const SensorListEntry marker = MakeEntry(kListMarker, "marker");
   const SensorListEntry flicker = MakeEntry(kFlicker, "Flicker");
   const SensorListEntry other = MakeEntry(1U << 16, "accelerometer");
@@ -260,13 +260,15 @@ TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
     std::vector<SensorListEntry> fast;
     std::vector<LogEntry> entries;
   } kCases[] = {
-      {{marker, flicker, other},  // of another size, but the fast one has found a sensor
+      {{marker, flicker, other},
        {marker, flicker},
        {Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
         Info("  Flicker-t:13 p:0 r:0"), Info("SensorInfo list has been set.")}},
-      {{marker, flicker},  // the fast one has found none, but has a list of the same size
+      {{marker, flicker},
        {marker, other},
        {Info("Setting SensorInfo list."), Info("Sensor-List[0]@V1:"),
+        Info("SensorInfo list has been set."), Info("Setting SensorInfo list."),
+        Info("Sensor-List[1]@V2:"), Info("  Flicker-t:13 p:0 r:0"),
         Info("SensorInfo list has been set.")}},
   };
   const std::thread::id fast = std::this_thread::get_id();
@@ -290,7 +292,7 @@ TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceOneCounts) {
     EXPECT_EQ(found, found && list.SetRequestId(info));
     building.Release();
     slow.join();
-    EXPECT_EQ(found ? "Flicker-t:13 p:0 r:9" : "", found_by_slow) << "the request still runs";
+    EXPECT_EQ(found ? "Flicker-t:13 p:0 r:9" : "Flicker-t:13 p:0 r:0", found_by_slow);
     EXPECT_EQ(c.entries, log.Take());
   }
   host::FailVectorGrowth({});

@@ -105,6 +105,9 @@ void SensorInfoMgr::GetOpticalSensors() const {
     HYL_LOG(ERROR, "Failed to create HYL API instance");
     return;
   }
+  if (list.size() == last_list_size_) {
+    return;
+  }
   Discovered discovered;
   discovered.list_size = list.size();
   for (const SensorListEntry& entry : list) {
@@ -115,8 +118,8 @@ void SensorInfoMgr::GetOpticalSensors() const {
 
 void SensorInfoMgr::Publish(Discovered& discovered) const {
   const std::lock_guard lock(mutex_);
-  if (Found() || discovered.list_size == last_list_size_) {
-    return;  // the list is final, by another thread's discovery, or has not changed
+  if (Found()) {
+    return;  // another thread was faster, and its list is final
   }
   HYL_LOG(INFO, "Setting SensorInfo list.");
   ++version_;

@@ -91,8 +91,8 @@ class SensorInfoMgr {
   // Mutable, since const lookups discover, too.
   mutable Vector<SensorInfo> infos_ HYL_GUARDED_BY(mutex_);
   mutable uint32_t version_ HYL_GUARDED_BY(mutex_) = 0;
-  mutable uint64_t last_list_size_ HYL_GUARDED_BY(mutex_) = 0;  ///< of the framework's list
   // Atomic: read without a lock, written under mutex_ together with the list.
+  mutable std::atomic<uint64_t> last_list_size_{0};  ///< of the framework's list
   mutable std::atomic<bool> flicker_found_{false};
   mutable std::atomic<bool> als_found_{false};
 };
