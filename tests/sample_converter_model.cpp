@@ -80,22 +80,26 @@ bool SampleConverterModel::Convert(std::span<const uint8_t> chunk, uint8_t resta
   return converted;
 }
 
-bool SampleConverterModel::MayHaveNumber(uint32_t offset, uint32_t number) {
-  if (format_.kind == 0) {
-    return true;  // no sample comes of it
-  }
-  if (format_.kind != kCompressed1) {
-    return number == offset / format_.bytes;
-  }
+uint32_t SampleConverterModel::SeqNumOf(uint32_t offset) {
   constexpr uint32_t kTooLong = 1U << 28;
-  const uint32_t gap = offset - total_bytes_;
+  if (format_.kind != kCompressed1) {
+    return static_cast<uint32_t>(offset / format_.bytes);
+  }
+  const uint64_t gap = static_cast<uint32_t>(offset - total_bytes_);
   if ((gap & kTooLong) != 0) {
     log_.push_back(Warning(Text("Cannot estimate missing gap of data (off:%d total:%d)",
                                 static_cast<int>(offset), static_cast<int>(total_bytes_))));
-    return number == 0;
+    return 0;
   }
-  const uint32_t missing = number - seq_num_;
-  return gap / kLongestDifference <= missing && missing <= gap;
+  const uint64_t samples = seq_num_;
+  const uint64_t bytes = total_bytes_ - (HeldByte() && total_bytes_ > 0 ? 1 : 0);
+  uint64_t missing = gap;  // at one byte a sample, the most that there can be
+  if (samples * kLongestDifference < bytes) {
+    missing = (gap + kLongestDifference / 2) / kLongestDifference;
+  } else if (samples < bytes) {
+    missing = (gap * samples + bytes / 2) / bytes;
+  }
+  return static_cast<uint32_t>(samples + missing);
 }
 
 std::optional<uint8_t> SampleConverterModel::HeldByte() const {

@@ -21,9 +21,9 @@ class SampleConverterModel {
   void Configure(int32_t kind, bool little_endian, uint8_t msb, uint8_t lsb);
   bool Convert(std::span<const uint8_t> chunk, uint8_t restart);
 
-  /// Whether the sample at byte `offset` of the stream can have that number. After a gap in
-  /// compressed-1 it is an estimate: one sample in 1 to 4 bytes.
-  bool MayHaveNumber(uint32_t offset, uint32_t number);
+  /// Number of the sample at byte `offset` of the stream. Behind a gap in compressed-1 it is an
+  /// estimate from the samples a byte so far.
+  uint32_t SeqNumOf(uint32_t offset);
 
   /// What the buffer holds of the latest chunk.
   std::span<const int32_t> Samples() const { return {buffer_, std::min(made_, room_)}; }
@@ -40,7 +40,7 @@ class SampleConverterModel {
     int32_t kind = 0;   // none yet
     int bits = 0;       // of a sample
     int doublings = 0;  // that bring a sample to the wanted width; negative: halvings
-    size_t bytes = 0;   // of a sample, where that is fixed
+    size_t bytes = 4;   // of a sample, where that is fixed
     bool little_endian = true;
     int lsb = 0;
   };

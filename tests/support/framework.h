@@ -13,6 +13,26 @@ namespace hyl::v2::test {
 
 using namespace host;  // the testing kit, as a client's author has it
 
+struct Field {
+  size_t offset;  ///< counted from the request's table pointer
+  size_t width;
+  uint64_t value;
+};
+
+/// A request of `size` bytes, without its table pointer: its lead byte, and zero but for the
+/// fields.
+inline std::vector<uint8_t> RequestBytes(size_t size, std::vector<Field> fields) {
+  std::vector<uint8_t> bytes(size);
+  fields.push_back({8, 1, 1});
+  for (const Field& field : fields) {
+    for (size_t i = 0; i < field.width; ++i) {
+      bytes.at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
+    }
+  }
+  bytes.erase(bytes.begin(), bytes.begin() + sizeof(Request));
+  return bytes;
+}
+
 /// The bytes of a request, after its table pointer.
 inline std::vector<uint8_t> BytesOf(const FrameworkCall& call) {
   const auto bytes = []<typename Record>(const Record& record) -> std::vector<uint8_t> {

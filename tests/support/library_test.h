@@ -14,26 +14,6 @@
 
 namespace hyl::v2::test {
 
-struct Field {
-  size_t offset;  ///< counted from the request's table pointer
-  size_t width;
-  uint64_t value;
-};
-
-/// A request of `size` bytes, without its table pointer: its lead byte, and zero but for the
-/// fields.
-inline std::vector<uint8_t> RequestBytes(size_t size, std::vector<Field> fields) {
-  std::vector<uint8_t> bytes(size);
-  fields.push_back({8, 1, 1});
-  for (const Field& field : fields) {
-    for (size_t i = 0; i < field.width; ++i) {
-      bytes.at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
-    }
-  }
-  bytes.erase(bytes.begin(), bytes.begin() + sizeof(Request));
-  return bytes;
-}
-
 /// An instance on the scripted framework.
 class LibraryTest : public ::testing::Test {
  protected:

@@ -91,6 +91,8 @@ class HylSpectralImpl final : public HylSpectralApi {
   /// @}
 
  private:
+  friend struct TestAccess;
+
   /// The sessions, for the const lookups, which take no lock.
   const SessionMgr& sessions() const HYL_NO_THREAD_SAFETY_ANALYSIS { return session_mgr_; }
   /// The callback object that gets the messages of the sensors of that kind and priority.

@@ -22,6 +22,9 @@ inline constexpr SensorType kOnChangeAmbientLightType = 12;
 inline constexpr SensorType kFlickerType = 13;
 inline constexpr SensorType kContinuousAmbientLightType = 1012;
 
+/// Reaches private members; the tests define it.
+struct TestAccess;
+
 namespace spectral {
 
 /// One entry of the list of optical sensors.
@@ -79,6 +82,7 @@ class SensorInfoMgr {
   std::mutex& list_mutex() const HYL_RETURN_CAPABILITY(mutex_);
 
  private:
+  friend struct ::hyl::v2::TestAccess;
   struct Discovered;
 
   bool Found() const { return als_found_ || flicker_found_; }

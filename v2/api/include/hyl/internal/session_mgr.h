@@ -61,6 +61,8 @@ class SessionMgr {
   bool FindCookie(uint32_t id, uint64_t& cookie) const;
 
  private:
+  friend struct ::hyl::v2::TestAccess;
+
   static uint32_t NextId();
 
   /// The next session id. Atomic: all instances of the process share it.

@@ -15,7 +15,7 @@ namespace hyl::v2::test {
 // Messages that may be wrong wherever the framework can be: they lie, but not about memory.
 
 inline std::vector<float> AnyFloats(Input& input) {
-  std::vector<float> values(input.Byte());
+  std::vector<float> values(input.Below(16) == 0 ? input.Byte() : input.Below(5));
   std::generate(values.begin(), values.end(), [&] { return input.Value<float>(); });
   return values;
 }
@@ -64,8 +64,10 @@ inline std::unique_ptr<Message> AnyFlickerData(Input& input) {
 }
 
 inline std::unique_ptr<Message> AnyFlickerFormat(Input& input) {
-  auto message =
-      std::make_unique<FlickerFormatMessage>(FlickerFormatSampleWidth{input.SignedByte()});
+  constexpr int kKinds[] = {2, 3, 4, 6, 6, 6, 7};
+  const size_t pick = input.Below(std::size(kKinds) + 1);
+  auto message = std::make_unique<FlickerFormatMessage>(
+      FlickerFormatSampleWidth{pick < std::size(kKinds) ? kKinds[pick] : input.SignedByte()});
   message->format_param = input.Value<uint32_t>();
   return WithAnyFields(std::move(message), 20, 23, input);
 }
