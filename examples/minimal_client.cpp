@@ -1,9 +1,9 @@
 // Lists the ambient-light sensors, then prints the samples of the rear one for two seconds.
-#include <hyl/hyl_spectral_api.h>
-
 #include <chrono>
 #include <cstdio>
 #include <thread>
+
+#include <hyl/hyl_spectral_api.h>
 
 using namespace hyl::v2;
 

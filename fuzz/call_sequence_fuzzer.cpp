@@ -134,7 +134,11 @@ class Sequence {
     if (step == 0) {
       replies_ = static_cast<Replies>(input.Below(4));
     } else if (step == 1) {
-      input.Below(2) != 0 ? framework_.HoldAnswers() : framework_.ReleaseAnswers();
+      if (input.Below(2) != 0) {
+        framework_.HoldAnswers();
+      } else {
+        framework_.ReleaseAnswers();
+      }
     } else if (step == 2) {
       refused_ = true;
       framework_.RefuseInvoke(input.Byte(), kRefusal);
@@ -228,7 +232,13 @@ class Sequence {
     const Operation& operation = kOperations[input.Below(std::size(kOperations))];
     const bool destroy = input.Below(2) != 0;
     const uint32_t session = AnySession(input);
-    t_in_callback = [&] { destroy ? Destroy() : Call(operation, session); };
+    t_in_callback = [&] {
+      if (destroy) {
+        Destroy();
+      } else {
+        Call(operation, session);
+      }
+    };
     DeliverSound(input);
     t_in_callback = {};
   }

@@ -97,7 +97,11 @@ class Dispatch {
     }
     const auto message = AnyMessage(input);
     object->OnResponse(message.get());
-    sensor == kFlickerSensor ? CheckFlicker(*message) : CheckSpectral(*message, ids_[sensor]);
+    if (sensor == kFlickerSensor) {
+      CheckFlicker(*message);
+    } else {
+      CheckSpectral(*message, ids_[sensor]);
+    }
     EXPECT_TRUE(client_.TakeSpectral().empty());
     EXPECT_TRUE(client_.TakeFlicker().empty());
   }

@@ -14,6 +14,7 @@
 #include <hyl/sampling_messages.h>
 
 #include "library_test.h"
+#include "operations.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -236,8 +237,8 @@ TEST_F(AbiTest, SettingsKeepTheirSlots) {
 
 TEST_F(AbiTest, DestructorsComeLast) {
   instance.Destroy();
-  constexpr size_t kComplete = 29;
-  constexpr size_t kDeleting = 30;
+  constexpr size_t kComplete = std::size(kOperations);
+  constexpr size_t kDeleting = kComplete + 1;
   for (const size_t slot : {kComplete, kDeleting}) {
     HylSpectralApi* api = nullptr;
     HylSpectralApi::Create(&api, nullptr, HylLogLevel::kInfo);

@@ -197,11 +197,11 @@ class FullTableTest : public AmbientLightTest {
  protected:
   FullTableTest() {
     std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "")};
-    for (uint32_t index = 0; index < 9; ++index) {
+    for (uint32_t index = 0; index <= kMaxSessions; ++index) {
       list.push_back(MakeEntry(kRearContinuous + index, Text("ALS %u", index)));
     }
     framework.SetSensorList(list);
-    for (uint32_t index = 0; index < 8; ++index) {
+    for (uint32_t index = 0; index < kMaxSessions; ++index) {
       first_ = std::min(first_, Enable(Text("ALS %u", index).c_str()));
     }
     log.Take();

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <ostream>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -16,6 +17,7 @@
 #include <hyl/rls_msg_access.h>
 
 #include "library_test.h"
+#include "operations.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -86,7 +88,7 @@ void ExpectMetrics(Outs& outs, const Reply& reply) {
                   static_cast<uint16_t>(reply.saturation), reply.metric_byte};
 }
 
-struct Operation {
+struct SettingCase {
   const char* name;
   /// Bytes of the request that are not zero, by their offset; all have lead byte 1 besides.
   std::map<size_t, int> request;
@@ -100,33 +102,33 @@ constexpr size_t kAccess = 9;
 constexpr size_t kCommand = 10;
 using Arguments = std::map<size_t, int>;
 
-Operation Read(const char* name, int command, Arguments arguments, Call call, Expect expect,
-               int out_count = 1) {
+SettingCase Read(const char* name, int command, Arguments arguments, Call call, Expect expect,
+                 int out_count = 1) {
   arguments.insert({kCommand, command});
   return {name, std::move(arguments), std::move(call), out_count, std::move(expect), nullptr};
 }
 
 template <typename Member>
-Operation ReadSwitch(const char* name, int command, Member operation, uint8_t Reply::*flag) {
+SettingCase ReadSwitch(const char* name, int command, Member operation, uint8_t Reply::*flag) {
   return {name, {{kCommand, command}},    Waiting(operation, &Outs::flag),
           1,    Takes(&Outs::flag, flag), flag};
 }
 
-Operation Write(const char* name, int command, Arguments arguments, Call call) {
+SettingCase Write(const char* name, int command, Arguments arguments, Call call) {
   arguments.insert({{kAccess, 1}, {kCommand, command}});
   return {name, std::move(arguments), std::move(call), 0, [](Outs&, const Reply&) {}, nullptr};
 }
 
 template <typename T, typename Field>
-Operation WriteAndWait(const char* name, int command, const Arguments& arguments, Call call,
-                       T Outs::*out, Field Reply::*field) {
-  Operation operation = Write(name, command, arguments, std::move(call));
+SettingCase WriteAndWait(const char* name, int command, const Arguments& arguments, Call call,
+                         T Outs::*out, Field Reply::*field) {
+  SettingCase operation = Write(name, command, arguments, std::move(call));
   operation.out_count = 1;
   operation.expect = Takes(out, field);
   return operation;
 }
 
-std::vector<Operation> OperationsThatWait() {
+std::vector<SettingCase> OperationsThatWait() {
   return {
       ReadSwitch("GetFlickerAutoGainEnabled", 12, &Api::GetFlickerAutoGainEnabled,
                  &Reply::flicker_auto_gain),
@@ -155,7 +157,7 @@ std::vector<Operation> OperationsThatWait() {
   };
 }
 
-std::vector<Operation> OperationsThatDoNotWait() {
+std::vector<SettingCase> OperationsThatDoNotWait() {
   constexpr uint8_t kA = 0x12;
   constexpr uint8_t kB = 0x34;
   return {
@@ -174,9 +176,9 @@ std::vector<Operation> OperationsThatDoNotWait() {
   };
 }
 
-std::vector<Operation> AllOperations() {
-  std::vector<Operation> all = OperationsThatWait();
-  for (const Operation& operation : OperationsThatDoNotWait()) {
+std::vector<SettingCase> AllOperations() {
+  std::vector<SettingCase> all = OperationsThatWait();
+  for (const SettingCase& operation : OperationsThatDoNotWait()) {
     all.push_back(operation);
   }
   return all;
@@ -208,8 +210,8 @@ Messages One(const SettingReply& reply) {
 
 /// The reply, made out to this request.
 SettingReply Answering(const FrameworkCall& call, SettingReply reply) {
-  reply.access = static_cast<RlsAccess>(BytesOf(call)[kAccess - sizeof(Request)]);
-  reply.command = static_cast<RlsCommand>(BytesOf(call)[kCommand - sizeof(Request)]);
+  reply.access = call.As<RlsMsgAccessReq>()->access;
+  reply.command = call.As<RlsMsgAccessReq>()->command;
   return reply;
 }
 
@@ -237,16 +239,30 @@ struct Bench {
     return outs;
   }
 
-  const Operation& operation;
+  const SettingCase& operation;
   ScriptedFramework framework = {};
 };
 
 void ForAllOperations(const std::function<void(Bench& bench)>& test) {
-  for (const Operation& operation : AllOperations()) {
+  for (const SettingCase& operation : AllOperations()) {
     SCOPED_TRACE(operation.name);
     Bench bench{operation};
     test(bench);
   }
+}
+
+TEST(ConfigAccessTest, CoversEverySetting) {
+  std::set<std::pair<std::string, bool>> covered;
+  for (const SettingCase& operation : AllOperations()) {
+    covered.insert({operation.name, operation.out_count != 0});
+  }
+  std::set<std::pair<std::string, bool>> settings;  // names, and whether they wait
+  for (const Operation& operation : kOperations) {
+    if (operation.kind != Operation::Kind::kOther) {
+      settings.insert({operation.name, operation.kind == Operation::Kind::kSettingThatWaits});
+    }
+  }
+  EXPECT_EQ(settings, covered);
 }
 
 TEST(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
@@ -410,13 +426,13 @@ TEST(ConfigWaitTest, WritesPassAnOperationThatWaits) {
 
   size_t accepted = 0;
   client.SetHook([&] {
-    for (const Operation& write : OperationsThatDoNotWait()) {
+    for (const SettingCase& write : OperationsThatDoNotWait()) {
       EXPECT_EQ(HylErr::kOk, write.call(*api.get(), nullptr, nullptr, nullptr)) << write.name;
       ++accepted;
     }
   });
   framework.Deliver(kRearContinuous, SpectralMessage({1.0F}));
-  EXPECT_EQ(8U, accepted);
+  EXPECT_EQ(OperationsThatDoNotWait().size(), accepted);
   EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::seconds(0)));
   framework.ReleaseAnswers();
   EXPECT_EQ(HylErr::kOk, waiting.get());

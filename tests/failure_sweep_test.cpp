@@ -351,11 +351,10 @@ class ScriptRun {
   }
 
   void AccessSettings() {
-    constexpr size_t kFirst = 8;  // of the settings' slots
-    for (const Operation& operation : std::span(kOperations).subspan(kFirst)) {
+    for (const Operation& operation : kOperations) {
       const std::string name = operation.name;
-      if (name != "IsSensorSupported" && name != "SetExposureTime") {
-        const bool waits = name[0] == 'G' || name == "SetGain" || name == "SetSamplingPeriod";
+      if (operation.kind != Operation::Kind::kOther && name != "SetExposureTime") {
+        const bool waits = operation.kind == Operation::Kind::kSettingThatWaits;
         EXPECT_EQ(rules_.AccessSetting(waits), operation.call(*api_, 0));
         Check(operation.name);
         SetExposureTime(static_cast<uint32_t>(&operation - kOperations));

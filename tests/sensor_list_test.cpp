@@ -251,7 +251,7 @@ TEST_F(SensorListTest, RequestIdsGoByTypePriorityAndPrefix) {
 
 /// The slow one is held while it builds its list, until the fast one has set its own. If that has a
 /// sensor it is final: the slow one changes nothing and logs nothing.
-TEST_F(SensorListTest, OfTwoDiscoveriesAtOnceTheFirstWithASensorCounts) {
+TEST_F(SensorListTest, OfTwoDiscoveriesTheFirstWithASensorCounts) {
   const SensorListEntry marker = MakeEntry(kListMarker, "marker");
   const SensorListEntry flicker = MakeEntry(kFlicker, "Flicker");
   const SensorListEntry other = MakeEntry(1U << 16, "accelerometer");

@@ -40,14 +40,14 @@ TEST(SessionMgr, FillsTheFirstFreeEntryWithAFreshId) {
   EXPECT_EQ(nullptr, table.AddSession(12, nullptr, 0xABC, ReportingMode::kOnChange));
   EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot add session for name 10a0003f4, table full!"),
                                       Error("Cannot add session for  abc, table full!")));
-  EXPECT_EQ(first + 8, NextSessionId()) << "no id is used up by a refusal";
+  EXPECT_EQ(first + kMaxSessions, NextSessionId()) << "no id is used up by a refusal";
 
   entries[3]->format_param = 5;
   table.DeleteSession(first + 3);
   EXPECT_EQ(nullptr, table.FindById(first + 3));
   EXPECT_EQ(nullptr, table.FindByCookie(103));
   EXPECT_EQ(entries[3], Add(table, 200));
-  EXPECT_EQ(first + 8, entries[3]->id);
+  EXPECT_EQ(first + kMaxSessions, entries[3]->id);
   EXPECT_EQ(24000U, entries[3]->format_param);
   EXPECT_EQ(entries[3], table.FindByCookie(200));
 }

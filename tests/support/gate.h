@@ -45,7 +45,7 @@ class Gate {
 };
 
 /// Holds a thread at a chosen point: the held thread calls Arrive there, the test AwaitArrival and,
-/// when it has done what it wanted to do meanwhile, Release.
+/// when it has done its own part, Release.
 class HoldPoint {
  public:
   void Arrive() {
@@ -60,7 +60,7 @@ class HoldPoint {
   Gate released_;
 };
 
-/// Runs `work` on a thread of its own and ends the process when it does not return: a blocked
+/// Runs `work` on a separate thread and ends the process when it does not return: a blocked
 /// thread could not be joined.
 inline void ReturnsInTime(const char* what, std::function<void()> work,
                           std::chrono::milliseconds limit = kPatience) {

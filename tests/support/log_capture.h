@@ -22,7 +22,7 @@ struct LogEntry {
   }
 };
 
-/// The entry that the library writes for `text`, which stands after the common beginning.
+/// The entry that the library writes for `text`, which follows the common beginning.
 inline LogEntry Entry(android::base::LogSeverity severity, const std::string& text) {
   return {severity, "HYL: HYL_SpAPI: " + text};
 }

@@ -57,8 +57,12 @@ std::string OnOneLine(std::string_view message) {
 void WriteToStderr(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;  // There is nowhere left to report to.
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      return;  // There is nowhere left to report to.
+    }
     text.remove_prefix(static_cast<std::size_t>(written));
   }
 }
@@ -109,7 +113,9 @@ LogFunction SetLogger(LogFunction&& logger) {
     const std::lock_guard lock(State().mutex);
     State().logger.swap(next);
   }
-  if (next == nullptr) return LogToStderr;
+  if (next == nullptr) {
+    return LogToStderr;
+  }
   return *next;  // a copy: another thread may be calling it at this moment
 }
 
@@ -140,13 +146,19 @@ LogMessage::~LogMessage() {
     } catch (const std::bad_alloc&) {  // the entry is lost
     }
   }
-  if (severity_ >= FATAL) std::abort();
+  if (severity_ >= FATAL) {
+    std::abort();
+  }
 }
 
 void LogMessage::Write() {
   char buffer[256];
-  if (error_ != -1) text_ << ": " << strerror_r(error_, buffer, sizeof(buffer));
-  if (text_.bad()) return;  // there was no memory for the whole text
+  if (error_ != -1) {
+    text_ << ": " << strerror_r(error_, buffer, sizeof(buffer));
+  }
+  if (text_.bad()) {
+    return;  // there was no memory for the whole text
+  }
   CallLogger(severity_, tag_, file_, line_, text_.str().c_str());
 }
 

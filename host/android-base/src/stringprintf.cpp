@@ -14,7 +14,9 @@ __attribute__((__format__(__printf__, 2, 0))) void AppendFormatted(std::string* 
   va_copy(measuring, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, measuring);
   va_end(measuring);
-  if (length <= 0) return;
+  if (length <= 0) {
+    return;
+  }
 
   const std::size_t old_size = out->size();
   // vsnprintf ends with a NUL, for which there must be room while it writes.

@@ -27,7 +27,9 @@ class StderrPackets {
   StderrPackets& operator=(const StderrPackets&) = delete;
   ~StderrPackets() {
     dup2(saved_stderr_, STDERR_FILENO);
-    for (const int descriptor : {saved_stderr_, sockets_[0], sockets_[1]}) close(descriptor);
+    for (const int descriptor : {saved_stderr_, sockets_[0], sockets_[1]}) {
+      close(descriptor);
+    }
   }
 
   /// The next packet, or nothing if there is none.

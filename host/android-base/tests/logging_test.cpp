@@ -21,10 +21,16 @@ thread_local int t_allocations_left = kUnlimited;  // with 0, memory has run out
 
 // Not inlined, so that g++ does not take a delete here for one that does not match its new.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  if (t_allocations_left == 0) throw std::bad_alloc();
-  if (t_allocations_left > 0) --t_allocations_left;
+  if (t_allocations_left == 0) {
+    throw std::bad_alloc();
+  }
+  if (t_allocations_left > 0) {
+    --t_allocations_left;
+  }
   void* const place = std::malloc(size);
-  if (place == nullptr) throw std::bad_alloc();
+  if (place == nullptr) {
+    throw std::bad_alloc();
+  }
   return place;
 }
 [[gnu::noinline]] void operator delete(void* place) noexcept {
@@ -108,8 +114,12 @@ TEST_F(LoggingTest, LoggerMayLogAndReplaceItself) {
   std::vector<std::string> seen;
   SetLogger([&seen](LogId, LogSeverity, const char*, const char*, unsigned, const char* message) {
     seen.emplace_back(message);
-    if (seen.size() == 1) Log(INFO, "from within");
-    if (seen.size() == 2) SetLogger([](auto&&...) {});
+    if (seen.size() == 1) {
+      Log(INFO, "from within");
+    }
+    if (seen.size() == 2) {
+      SetLogger([](auto&&...) {});
+    }
   });
   Log(INFO, "first");
   Log(INFO, "into the void");
@@ -154,12 +164,16 @@ TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {
     threads.emplace_back([&] {
       start.arrive_and_wait();
       for (int entry = 0; entry < kEntries; ++entry) {
-        if (entry % 7 == 0) SetLogger(counting_logger);
+        if (entry % 7 == 0) {
+          SetLogger(counting_logger);
+        }
         Log(ERROR, "entry");
       }
     });
   }
-  for (std::thread& thread : threads) thread.join();
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
   EXPECT_EQ(count, kThreads * kEntries);
 }
 

@@ -16,7 +16,9 @@ TEST(StringPrintfTest, FormatsTextOfAnyLength) {
 
 TEST(StringPrintfTest, AppendsBehindWhatIsThere) {
   std::string text = "sensors:";
-  for (std::size_t i = 0; i < 3; ++i) StringAppendF(&text, " %zu", i);
+  for (std::size_t i = 0; i < 3; ++i) {
+    StringAppendF(&text, " %zu", i);
+  }
   EXPECT_EQ(text, "sensors: 0 1 2");
 }
 

@@ -64,7 +64,7 @@ constexpr double kAutoGainTarget = 0.6;  // of full scale, on the brightest chan
 constexpr double kNoticeableChange = 0.03;
 constexpr double kNoticeableCountsPerMs = 0.002;
 constexpr size_t kEventsPerChain = 4;
-/// Every so many chains end with an event of the kind that clients ignore.
+/// One chain in this many ends with an event of the kind that clients ignore.
 constexpr uint64_t kChainsPerIgnoredEvent = 3;
 
 constexpr Channels kFactoryFactors = {1.062, 0.981, 1.014, 0.993, 1.027, 0.968,

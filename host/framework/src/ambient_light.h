@@ -8,7 +8,7 @@
 
 #include <hyl/host/messages.h>
 
-#include "delivery_thread.h"
+#include "delivery.h"
 #include "settings.h"
 
 namespace hyl::v2::host {

@@ -37,11 +37,11 @@ class FlickerPacker {
   uint32_t AddPadding(uint32_t field);
   void PutBytes(uint32_t value, uint32_t count, std::vector<uint8_t>& bytes) const;
 
-  FlickerPacking packing_;    // made valid
-  uint32_t sample_bytes_;     // of the fixed-width formats
-  uint32_t junk_ = 1;         // what the padding bits are filled with: any but always the same
-  int32_t last_sample_ = 0;   // compressed-1: what the next difference is taken from
-  uint32_t begun_count_ = 0;  // compressed-1: chunks that ended in a value just begun
+  FlickerPacking packing_;              // a valid one
+  uint32_t sample_bytes_;               // of the fixed-width formats
+  uint32_t junk_ = 1;                   // fills the padding bits; the same in every run
+  int32_t last_sample_ = 0;             // compressed-1: what the next difference is taken from
+  uint32_t begun_count_ = 0;            // compressed-1: chunks that ended in a value just begun
   std::vector<uint8_t> rest_of_value_;  // compressed-1: of a value begun in the chunk before
 };
 

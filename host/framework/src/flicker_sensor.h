@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "delivery_thread.h"
+#include "delivery.h"
 #include "flicker_packer.h"
 #include "flicker_signal.h"
 
@@ -13,8 +13,8 @@ namespace hyl::v2::host {
 
 /// One chunk of flicker samples covers this time, in nanoseconds.
 inline constexpr int64_t kFlickerChunkNs = 10000000;
-/// Late chunks that the flicker sensor's memory holds. When a client is later than that, the sensor
-/// pauses: what it would have measured is missing, without a trace in the stream.
+/// The number of late chunks that the flicker sensor holds. When a client is later than that, the
+/// sensor pauses: what it would have measured is missing, without a trace in the stream.
 inline constexpr uint64_t kFlickerBacklog = 50;
 
 /// One run of the flicker sensor, from start to stop: at each tick it measures, packs, damages

@@ -11,7 +11,7 @@ namespace {
 /// Tells this sensor's noise from that of the ambient-light sensors.
 constexpr uint32_t kNoiseStream = 2;
 constexpr double kDarkLux = 0.02;
-/// Time in which the LED goes on or off, in seconds.
+/// Time that the LED takes to switch, in seconds.
 constexpr double kPwmEdge = 20e-6;
 constexpr double kMinDuty = 0.001;
 constexpr double kReadNoiseVariance = 0.01;      // lux^2

@@ -119,26 +119,21 @@ void RefCountedSensorEvent::Unref() const {
 
 namespace host {
 
-SensorEventPtr MakeSensorEvent(SensorEventType type, int64_t timestamp,
-                               std::span<const float> values, const SensorEventPtr& next) {
-  const auto kept = values.first(std::min<size_t>(values.size(), 255));
-  void* const place = ::operator new(sizeof(RefCountedSensorEvent) + kept.size_bytes());
-  auto* const event = ::new (place) RefCountedSensorEvent;
-  std::copy(kept.begin(), kept.end(), reinterpret_cast<float*>(event + 1));
-  event->event_type = type;
-  event->value_count = static_cast<uint8_t>(kept.size());
-  event->timestamp = timestamp;
-  if (next) {
-    next->Ref();
-    event->next = next.get();
-  }
-  return SensorEventPtr(event);
-}
-
 SensorEventPtr MakeEventChain(const std::vector<SensorEvent>& events) {
   SensorEventPtr chain;
-  for (auto event = events.rbegin(); event != events.rend(); ++event) {
-    chain = MakeSensorEvent(event->type, event->timestamp, event->values, chain);
+  for (auto wanted = events.rbegin(); wanted != events.rend(); ++wanted) {
+    const size_t count = std::min<size_t>(wanted->values.size(), 255);
+    void* const place = ::operator new(sizeof(RefCountedSensorEvent) + count * sizeof(float));
+    auto* const event = ::new (place) RefCountedSensorEvent;
+    std::copy_n(wanted->values.begin(), count, reinterpret_cast<float*>(event + 1));
+    event->event_type = wanted->type;
+    event->value_count = static_cast<uint8_t>(count);
+    event->timestamp = wanted->timestamp;
+    if (chain) {
+      chain->Ref();
+      event->next = chain.get();
+    }
+    chain = SensorEventPtr(event);
   }
   return chain;
 }

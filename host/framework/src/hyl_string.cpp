@@ -12,7 +12,7 @@ char* NewChars(size_t size) {
   return static_cast<char*>(::operator new(size, std::nothrow));
 }
 
-/// Of the formatted text; negative when it cannot be formatted.
+/// The length of the formatted text; negative when it cannot be formatted.
 [[gnu::format(printf, 1, 0)]] int FormattedLength(const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);

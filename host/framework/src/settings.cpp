@@ -130,7 +130,7 @@ constexpr Setting kSettings[] = {
 std::array<uint8_t, 256> InitialRegisters() {
   std::array<uint8_t, 256> registers{};
   for (size_t address = 0; address < registers.size(); ++address) {
-    registers[address] = static_cast<uint8_t>(address * 29 % 251);  // any, but told apart
+    registers[address] = static_cast<uint8_t>(address * 29 % 251);  // arbitrary
   }
   registers[kIdRegister] = kIdRegisterValue;
   registers[kRevisionRegister] = kRevisionRegisterValue;

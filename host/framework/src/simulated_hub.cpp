@@ -1,8 +1,18 @@
 #include <hyl/host/simulated_hub.h>
 
 #include <algorithm>
+#include <array>
+#include <exception>
+#include <iterator>
+#include <random>
+#include <utility>
 
-#include "hub_state.h"
+#include <hyl/host/messages.h>
+#include <hyl/host/sensors.h>
+
+#include "ambient_light.h"
+#include "delivery.h"
+#include "flicker_sensor.h"
 
 namespace hyl::v2::host {
 namespace {
@@ -32,12 +42,256 @@ LightScene Plausible(LightScene scene) {
 
 }  // namespace
 
+/// The hub's sensors, settings and replies.
+struct SimulatedHub::State : HubCore {
+  // The numbers of jobs bound what clients that never stop their requests can use up.
+  DeliveryThread rear{*this, clock, 64};
+  DeliveryThread front{*this, clock, 64};
+  DeliveryThread flicker{*this, clock, 64};
+  const std::array<DeliveryThread*, 3> sensors = {&rear, &front, &flicker};
+  const HubClock real_time;
+  DeliveryThread replies{*this, real_time, 256};
+
+  ReplyFaults reply_faults;
+  NoiseEngine reply_delays = MakeNoise(reply_faults.seed, 0, 0);
+  FlickerPacking packing;
+  FlickerFaults flicker_faults;
+  std::shared_ptr<FlickerSensor> last_flicker_run;  // null before the first
+
+  void SetReplyFaults(const ReplyFaults& faults);
+  void RestartSchedules();
+  bool AllQuiet() const;
+};
+
+/// What a client sees of the hub: the sensor list, starts and stops, settings, replies.
+class SimulatedHub::ClientConnection final : public Api {
+ public:
+  using Callbacks = std::shared_ptr<Service::AsyncCallbacks>;
+
+  explicit ClientConnection(State& hub) : hub_(hub) {}
+  ClientConnection(const ClientConnection&) = delete;
+  ClientConnection& operator=(const ClientConnection&) = delete;
+
+  ~ClientConnection() override {
+    EndedJobs ended;
+    const auto is_mine = [this](const Job& job) { return job.connection == connection_; };
+    std::unique_lock lock(hub_.mutex);
+    connection_->open = false;
+    for (DeliveryThread* sensor : hub_.sensors) {
+      sensor->End(is_mine, ended);
+    }
+    hub_.replies.End(is_mine, ended);
+    if (!DeliveryThread::IsCurrent()) {
+      hub_.settled.wait(lock, [this] { return connection_->deliveries == 0; });
+    }
+  }
+
+  std::vector<SensorListEntry> GetSensorList() override {
+    std::vector<SensorListEntry> list;
+    for (const Sensor& sensor : kSensors) {
+      list.push_back(MakeEntry(sensor.handle, sensor.name));
+    }
+    return list;
+  }
+
+  HylErr InvokeAsyncServiceCall(uint32_t handle, uint32_t type, const Request& request,
+                                Callbacks callbacks) override {
+    const auto* const sensor =
+        std::find_if(std::begin(kSensors), std::end(kSensors),
+                     [handle](const Sensor& candidate) { return candidate.handle == handle; });
+    if (callbacks == nullptr) {
+      return HylErr::kNullPointer;
+    }
+    if (sensor == std::end(kSensors)) {
+      return HylErr::kNotFound;
+    }
+    try {
+      return Serve({*sensor, static_cast<RequestType>(type), std::move(callbacks)}, request);
+    } catch (const std::exception&) {  // no memory, or no further thread
+      return HylErr::kFailed;
+    }
+  }
+
+ private:
+  static constexpr int64_t kNsPerUs = 1000;
+
+  struct Sensor {
+    uint32_t handle;
+    const char* name;
+    DeliveryThread State::*thread;  ///< null for what does not run
+    RequestType start;              ///< the request that starts it
+    Side side;                      ///< of an ambient-light sensor
+  };
+  static constexpr auto kOnChange = RequestType::kStartOnChangeSampling;
+  static constexpr auto kContinuous = RequestType::kStartContinuousSampling;
+  static constexpr Sensor kSensors[] = {
+      {1U << 16U, "accelerometer", nullptr, {}, {}},
+      {2U << 16U, "magnetometer", nullptr, {}, {}},
+      {4U << 16U, "gyroscope", nullptr, {}, {}},
+      {kRearOnChange, "rear ambient light", &State::rear, kOnChange, Side::kRear},
+      {kFrontOnChange, "front ambient light", &State::front, kOnChange, Side::kFront},
+      {kFlicker, "flicker", &State::flicker, kContinuous, {}},
+      {kRearContinuous, "rear ambient light", &State::rear, kContinuous, Side::kRear},
+      {kFrontContinuous, "front ambient light", &State::front, kContinuous, Side::kFront},
+      {kListMarker, "sensor list", nullptr, {}, {}}};
+
+  /// A request of `type` to `sensor`, whose messages go to `callbacks`.
+  struct Call {
+    const Sensor& sensor;
+    const RequestType type;
+    const Callbacks callbacks;
+  };
+
+  /// A record of another kind than announced is not served, nor is a request that the sensor does
+  /// not know.
+  HylErr Serve(const Call& call, const Request& request) {
+    const bool starts = call.sensor.thread != nullptr && call.sensor.start == call.type;
+    if (const auto* start = dynamic_cast<const StartOnChangeSamplingReq*>(&request);
+        start != nullptr && starts && call.type == kOnChange) {
+      return StartSampling(call, start->ClientId(), kDefaultSamplingPeriodUs);
+    }
+    if (const auto* start = dynamic_cast<const StartContinuousSamplingReq*>(&request);
+        start != nullptr && starts && call.type == kContinuous) {
+      return StartSampling(call, start->ClientId(), start->Period() / kNsPerUs);
+    }
+    if (const auto* stop = dynamic_cast<const StopSamplingReq*>(&request);
+        stop != nullptr && call.sensor.thread != nullptr &&
+        call.type == RequestType::kStopSampling) {
+      return StopSampling(call, stop->ClientId());
+    }
+    if (const auto* access = dynamic_cast<const RlsMsgAccessReq*>(&request);
+        access != nullptr && call.sensor.handle == kSettingsHandle &&
+        call.type == RequestType::kRlsMsgAccess) {
+      return AccessSettings(call, *access);
+    }
+    return HylErr::kInvalidArgument;
+  }
+
+  HylErr StartSampling(const Call& call, uint32_t client_id, uint64_t period_us) {
+    DeliveryThread& thread = hub_.*call.sensor.thread;
+    EndedJobs ended;
+    const std::lock_guard lock(hub_.mutex);
+    if (!CanReply()) {
+      return HylErr::kFailed;
+    }
+    thread.End([&](const Job& job) { return IsMine(job, call.sensor); }, ended);
+    if (thread.IsFull()) {
+      return HylErr::kFailed;
+    }
+    if (call.sensor.handle == kFlicker) {
+      AddFlickerJob(call, client_id);
+    } else {
+      AddAmbientLightJob(call, client_id, period_us);
+    }
+    PushReply(call, std::make_shared<StatusReply>(static_cast<uint32_t>(call.type)));
+    return HylErr::kOk;
+  }
+
+  HylErr StopSampling(const Call& call, uint32_t client_id) {
+    EndedJobs ended;
+    const std::lock_guard lock(hub_.mutex);
+    if (!CanReply()) {
+      return HylErr::kFailed;
+    }
+    const auto is_meant = [&](const Job& job) {
+      return IsMine(job, call.sensor) && job.client_id == client_id;
+    };
+    if ((hub_.*call.sensor.thread).End(is_meant, ended) == 0) {
+      return HylErr::kNotFound;
+    }
+    PushReply(call, std::make_shared<StatusReply>(static_cast<uint32_t>(call.type)));
+    return HylErr::kOk;
+  }
+
+  HylErr AccessSettings(const Call& call, const RlsMsgAccessReq& request) {
+    auto reply = std::make_shared<SettingReply>(request.access, request.command);
+    const std::lock_guard lock(hub_.mutex);
+    if (!CanReply()) {
+      return HylErr::kFailed;
+    }
+    const auto& period_us = hub_.conditions.settings.sampling_period_us;
+    const auto period_before = period_us;
+    const HylErr err = AccessSetting(request, hub_.conditions, *reply);
+    if (period_us && period_us != period_before) {
+      hub_.rear.SetPeriod(*period_us * kNsPerUs);
+      hub_.front.SetPeriod(*period_us * kNsPerUs);
+    }
+    if (err == HylErr::kOk &&
+        (request.access == RlsAccess::kRead || !hub_.reply_faults.ignore_writes)) {
+      PushReply(call, reply);
+    }
+    return err;
+  }
+
+  // The hub mutex is held for the following.
+
+  bool CanReply() const { return connection_->open && !hub_.replies.IsFull(); }
+
+  bool IsMine(const Job& job, const Sensor& sensor) const {
+    return job.connection == connection_ && job.handle == sensor.handle;
+  }
+
+  template <typename Source>
+  void AddJob(const Call& call, uint32_t client_id, std::shared_ptr<Source> source,
+              const Schedule& schedule) {
+    const auto on_tick = [source](const Measurement& measurement, const Deliver& deliver) {
+      source->OnTick(measurement, deliver);
+    };
+    (hub_.*call.sensor.thread)
+        .Add({.connection = connection_,
+              .callbacks = call.callbacks,
+              .make_messages = on_tick,
+              .schedule = schedule,
+              .handle = call.sensor.handle,
+              .client_id = client_id});
+  }
+
+  void AddAmbientLightJob(const Call& call, uint32_t client_id, uint64_t asked_period_us) {
+    const int64_t period_us =
+        hub_.conditions.settings.sampling_period_us.value_or(static_cast<uint32_t>(
+            std::clamp<uint64_t>(asked_period_us, kMinSamplingPeriodUs, kMaxSamplingPeriodUs)));
+    AddJob(call, client_id,
+           std::make_shared<AmbientLightSensor>(call.sensor.side, call.type == kOnChange),
+           Schedule(hub_.clock.Now(), period_us * kNsPerUs, 0));
+  }
+
+  /// The flicker sensor keeps to its own pace, whatever period is asked for.
+  void AddFlickerJob(const Call& call, uint32_t client_id) {
+    hub_.last_flicker_run = std::make_shared<FlickerSensor>(hub_.conditions.scene.seed,
+                                                            hub_.packing, hub_.flicker_faults);
+    AddJob(call, client_id, hub_.last_flicker_run,
+           Schedule(hub_.clock.Now(), kFlickerChunkNs, kFlickerBacklog));
+  }
+
+  void PushReply(const Call& call, const std::shared_ptr<const Message>& message) {
+    std::uniform_int_distribution<int64_t> delay_ns(
+        0, std::chrono::nanoseconds(hub_.reply_faults.max_delay).count());
+    int64_t due = hub_.real_time.Now() + delay_ns(hub_.reply_delays);
+    if (!hub_.reply_faults.reorder) {
+      for (const auto& job : hub_.replies.Jobs()) {
+        due = std::max(due, job->schedule.NextDue());
+      }
+    }
+    const auto on_time = [message](const Measurement&, const Deliver& deliver) {
+      deliver(*message);
+    };
+    hub_.replies.Add({.connection = connection_,
+                      .callbacks = call.callbacks,
+                      .make_messages = on_time,
+                      .schedule = Schedule(due - 1, 1, 0),
+                      .once = true});
+  }
+
+  State& hub_;
+  const std::shared_ptr<Connection> connection_ = std::make_shared<Connection>();
+};
+
 void SimulatedHub::State::SetReplyFaults(const ReplyFaults& faults) {
   constexpr std::chrono::microseconds kLongestDelay = std::chrono::minutes(1);
   reply_faults = faults;
   reply_faults.max_delay =
       std::clamp(faults.max_delay, std::chrono::microseconds(0), kLongestDelay);
-  reply_delays.seed(static_cast<uint32_t>(faults.seed));
+  reply_delays = MakeNoise(faults.seed, 0, 0);
 }
 
 void SimulatedHub::State::RestartSchedules() {
@@ -155,6 +409,10 @@ std::vector<RunningRequest> SimulatedHub::RunningRequests() const {
     }
   }
   return running;
+}
+
+std::unique_ptr<Api> SimulatedHub::Connect(ClientType type) {
+  return type == ClientType::kSpectral ? std::make_unique<ClientConnection>(state_) : nullptr;
 }
 
 }  // namespace hyl::v2::host

@@ -121,20 +121,18 @@ TEST(ReffedPtr, HoldsOneReference) {
 }
 
 TEST(SensorEvent, ALongChainIsFreedWithItsFirstEvent) {
-  host::SensorEventPtr chain;
-  const std::array<float, 300> values{1, 2};
-  for (int i = 0; i < 200'000; ++i) {
-    chain = host::MakeSensorEvent(SensorEventType::kIgnored, i, {values.data(), 2}, chain);
-  }
+  std::vector<host::SensorEvent> events(200'000, {SensorEventType::kIgnored, {1, 2}});
+  events[1].timestamp = 5;
+  const auto chain = host::MakeEventChain(events);
   EXPECT_EQ(1, chain->ref_count);
   EXPECT_EQ(1, chain->next->ref_count);
-  EXPECT_EQ(199'998, chain->next->timestamp);
+  EXPECT_EQ(5, chain->next->timestamp);
   EXPECT_EQ(2.0F, chain->values()[1]);
-  EXPECT_EQ(255, host::MakeSensorEvent(SensorEventType::kIgnored, 0, values)->value_count);
+  EXPECT_EQ(255, host::MakeEventChain({{.values = std::vector<float>(300)}})->value_count);
 }
 
 TEST(FrameworkDeathTest, BrokenReferencesEndTheProcess) {
-  const auto event = host::MakeSensorEvent(SensorEventType::kIgnored, 0, {});
+  const auto event = host::MakeEventChain({{}});
   const auto take_255_more = [&] {
     for (int i = 0; i < 255; ++i) {
       event->Ref();

@@ -34,7 +34,7 @@ using LogFunction = std::function<void(LogId, LogSeverity, const char* tag, cons
                                        unsigned int line, const char* message)>;
 
 /// Replaces the logger and returns the one before it. Entries that other threads have begun to
-/// write may still reach the old logger after the return. An empty function stands for the default
+/// write may still reach the old logger after the return. An empty function means the default
 /// logger, which writes each entry to standard error as one line.
 LogFunction SetLogger(LogFunction&& logger);
 
@@ -50,7 +50,7 @@ bool ShouldLog(LogSeverity severity, const char* tag);
 /// FATAL then ends the process.
 class LogMessage {
  public:
-  /// `file` and `tag` must outlive the object. A null tag stands for the program's name. An `error`
+  /// `file` and `tag` must outlive the object. A null tag means the program's name. An `error`
   /// other than -1 is an errno value, whose description is appended to the text.
   LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag, int error);
   LogMessage(const LogMessage&) = delete;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <span>
 #include <utility>
 #include <vector>
 
@@ -67,25 +66,19 @@ constexpr uint64_t NsToPlatformTicks(uint64_t ns) {
 
 using SensorEventPtr = refcount::reffed_ptr<const RefCountedSensorEvent>;
 
-/// Makes an event on the heap with the given values (at most 255; more are cut off), chained
-/// before `next`, of which it holds a reference. The event frees itself with its last reference.
-[[gnu::visibility("default")]] SensorEventPtr MakeSensorEvent(SensorEventType type,
-                                                              int64_t timestamp,
-                                                              std::span<const float> values,
-                                                              const SensorEventPtr& next = {});
-
-/// What one event of a chain holds.
+/// What one event of a chain holds. At most 255 values; more are cut off.
 struct SensorEvent {
   SensorEventType type = SensorEventType::kSpectralSample;
   std::vector<float> values = {};
   int64_t timestamp = 0;
 };
 
-/// A chain of the given events, in their order.
+/// A chain of the given events on the heap, in their order. Each holds a reference of the next, and
+/// frees itself with its last reference.
 [[gnu::visibility("default")]] SensorEventPtr MakeEventChain(
     const std::vector<SensorEvent>& events);
 
-/// Delivers `count` events of a chain, by its own account.
+/// Delivers a chain. `count` is the length that the message claims.
 class EventChainMessage final : public EventMessage {
  public:
   EventChainMessage(SensorEventPtr first, uint64_t count) {

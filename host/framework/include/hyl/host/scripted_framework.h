@@ -79,7 +79,7 @@ class ScriptedFramework {
   /// \name Script
   /// @{
 
-  /// In place of a number below: every one, but for those that were named by number.
+  /// In place of a number below: every call that no number names.
   static constexpr int kEvery = 0;
   /// Lets the n-th Create from now on (1 is the next one) fail.
   void FailCreate(int n);
@@ -130,7 +130,7 @@ class ScriptedFramework {
 
  private:
   class Connection;
-  /// What the calls of one kind are to come to.
+  /// The results that are planned for the calls of one kind.
   class Results {
    public:
     HylErr Next();

@@ -87,8 +87,8 @@ struct RunningRequest {
 ///   Every second event has its time in platform ticks, and every third chain ends with an event of
 ///   the kind that clients ignore.
 /// - In on-change sampling both deliver their first measurement, and then those for which the light
-///   on some channel differs by more than 3 percent from the one last delivered, and by more than
-///   0.002 counts per millisecond of exposure.
+///   on some channel differs from the one last delivered by more than 3 percent of it plus 0.002
+///   counts per millisecond.
 /// - The flicker sensor delivers 10 ms of samples every 10 ms, and its format before the first and
 ///   every tenth of them.
 /// In real time, measurements that the client has no time for are skipped; the flicker sensor first
@@ -150,7 +150,7 @@ class [[gnu::visibility("default")]] SimulatedHub {
   /// The requests that are running, of all Api objects, in no particular order.
   std::vector<RunningRequest> RunningRequests() const;
 
-  /// A connection to the hub, whatever stands behind Api::Create; empty for kinds of client that
+  /// A connection to the hub, whatever is behind Api::Create; empty for kinds of client that
   /// the hub does not serve.
   std::unique_ptr<Api> Connect(ClientType type);
 

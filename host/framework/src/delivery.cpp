@@ -1,4 +1,4 @@
-#include "delivery_thread.h"
+#include "delivery.h"
 
 #include <algorithm>
 #include <thread>
