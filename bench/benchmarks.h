@@ -7,14 +7,13 @@
 namespace hyl::v2::bench {
 
 // Each benchmark is named WORK/CONTENDER. The library's contender is called "library"; table.py
-// sets its time in relation to the others'.
+// compares its time with the others'.
 
-/// \name Register the benchmarks of the file that is named alike.
+/// \name Each registers the benchmarks of the file of its name.
 /// @{
 void RegisterDelivery();
 void RegisterOperations();
-void RegisterCompressed1();
-void RegisterFixedFormats();
+void RegisterConversion();
 /// @}
 
 /// Times `pass`, which does `units` pieces of work: samples, messages, calls.

@@ -167,9 +167,8 @@ void RegisterDelivery() {
   add("event of a chain of 32/vector and call", ChainFloor, 32);
   add("flicker message of 256 B/library", Flicker);
   add("flicker message of 256 B/lock, Convert, call", FlickerFloor);
-  add("samples on two threads/library", SampleOnThreads)->Threads(2)->UseRealTime();
-  add("samples on two threads/one thread", SampleOnThreads)->Threads(1)->UseRealTime();
-  add("samples on two threads/vector and call", SampleFloor)->Threads(2)->UseRealTime();
+  add("sample, 2 threads/library", SampleOnThreads)->Threads(2)->UseRealTime();
+  add("sample, 2 threads/1 thread", SampleOnThreads)->Threads(1)->UseRealTime();
   add("sample, 8 sessions/library", Sample, 8, 0);
   add("sample, 8 sessions/1 session", Sample, 1, 0);
   add("sample, list of 300 sensors/library", Sample, 1, 300);

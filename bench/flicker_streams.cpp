@@ -77,13 +77,4 @@ const std::vector<uint8_t>& UniformGroups() {
   return stream;
 }
 
-std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed) {
-  std::mt19937 engine(seed);
-  std::vector<uint8_t> bytes(count);
-  for (uint8_t& byte : bytes) {
-    byte = static_cast<uint8_t>(engine());
-  }
-  return bytes;
-}
-
 }  // namespace hyl::v2::bench

@@ -18,7 +18,4 @@ const std::vector<uint8_t>& HalfAndHalf();
 const std::vector<uint8_t>& UniformGroups();
 /// @}
 
-/// Bytes without a pattern, the same for the same seed.
-std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed);
-
 }  // namespace hyl::v2::bench

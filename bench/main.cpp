@@ -18,8 +18,7 @@ int main(int argc, char** argv) {
   android::base::SetMinimumLogSeverity(android::base::WARNING);
   hyl::v2::bench::RegisterDelivery();
   hyl::v2::bench::RegisterOperations();
-  hyl::v2::bench::RegisterCompressed1();
-  hyl::v2::bench::RegisterFixedFormats();
+  hyl::v2::bench::RegisterConversion();
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
 }
