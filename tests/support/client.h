@@ -7,9 +7,32 @@
 #include <utility>
 #include <vector>
 
-#include <hyl/hyl_spectral_api_callback_interface.h>
+#include <gtest/gtest.h>
+#include <hyl/hyl_spectral_api.h>
 
 namespace hyl::v2::test {
+
+inline constexpr auto kContinuous = SensorReportingMode::kContinuous;
+inline constexpr auto kOnChange = SensorReportingMode::kOnChange;
+
+/// An instance for the length of a test.
+class Instance {
+ public:
+  explicit Instance(HylSpectralApiCallbackInterface* client) {
+    EXPECT_EQ(HylErr::kOk, HylSpectralApi::Create(&api_, client, HylLogLevel::kInfo));
+  }
+  ~Instance() { Destroy(); }
+  Instance(const Instance&) = delete;
+  Instance& operator=(const Instance&) = delete;
+
+  void Destroy() { HylSpectralApi::Destroy(&api_); }
+
+  HylSpectralApi* operator->() const { return api_; }
+  HylSpectralApi* get() const { return api_; }
+
+ private:
+  HylSpectralApi* api_ = nullptr;
+};
 
 struct SpectralCall {
   uint32_t kind;
@@ -38,12 +61,12 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
 
   void OnSpectralData(uint32_t kind, uint32_t session_id, const Vector<float>& values,
                       int64_t timestamp) override {
-    RunHook([&] {
+    RunHookAfter([&] {
       spectral_.push_back({kind, session_id, {values.begin(), values.end()}, timestamp});
     });
   }
   void OnFlickerData(uint32_t session_id, const FlickerSampleBlock* block) override {
-    RunHook([&] {
+    RunHookAfter([&] {
       flicker_.push_back(
           {session_id, *block, {block->samples, block->samples + block->num_samples}});
     });
@@ -61,7 +84,7 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
 
  private:
   template <typename Record>
-  void RunHook(Record record) {
+  void RunHookAfter(Record record) {
     std::function<void()> hook;
     {
       const std::lock_guard lock(mutex_);
