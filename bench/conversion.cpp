@@ -29,7 +29,7 @@ constexpr uint8_t kOutBits = 24;
 constexpr size_t kReadAhead = 16;  // streamvbyte may read that far beyond its input
 
 struct Packing {
-  FlickerFormatSampleWidth kind;
+  FlickerFormatSampleWidth kind{};
   /// The byte orders of even and odd chunks. Compressed-1 has none.
   std::array<bool, 2> little_endian = {true, true};
   size_t sample_bytes = 0;  ///< 0 in compressed-1
@@ -50,11 +50,11 @@ struct Chunk {
 /// A stream in chunks, with all that the contenders need. Every contender writes the samples of a
 /// chunk to the same buffer.
 struct Input {
-  Packing packing;
+  Packing packing = {};
   std::vector<uint8_t> stream;
-  std::vector<Chunk> chunks = {};
-  std::vector<int32_t> samples = {};  ///< of the whole stream
-  std::vector<int32_t> out = {};
+  std::vector<Chunk> chunks;
+  std::vector<int32_t> samples;  ///< of the whole stream
+  std::vector<int32_t> out;
 };
 
 /// The library's converter, called as the straightforward one is.
@@ -113,7 +113,9 @@ size_t ChunkLength(const Packing& packing, std::span<const uint8_t> bytes, size_
 
 std::shared_ptr<Input> MakeInput(const Packing& packing, std::vector<uint8_t> stream,
                                  size_t chunk_bytes) {
-  auto input = std::make_shared<Input>(packing, std::move(stream));
+  auto input = std::make_shared<Input>();
+  input->packing = packing;
+  input->stream = std::move(stream);
   input->out.resize(chunk_bytes);
   auto converters = MakeConverters<StraightforwardConverter>(*input);
   std::span<const uint8_t> rest = input->stream;
@@ -197,7 +199,10 @@ void Libiio(benchmark::State& state, Input& input) {
   });
 }
 
-using Contender = std::pair<const char*, void (*)(benchmark::State&, Input&)>;
+struct Contender {
+  const char* name;
+  void (*run)(benchmark::State&, Input&);
+};
 
 void Register(const std::string& name, const Packing& packing, const std::vector<uint8_t>& stream,
               size_t chunk_bytes, std::initializer_list<Contender> others) {
@@ -206,10 +211,10 @@ void Register(const std::string& name, const Packing& packing, const std::vector
                                        {"straightforward", Convert<StraightforwardConverter>},
                                        {"memcpy", Memcpy}};
   contenders.insert(contenders.end(), others);
-  for (const auto& [contender, run] : contenders) {
-    const std::string work = name + ", " + std::to_string(chunk_bytes) + " B/" + contender;
-    benchmark::RegisterBenchmark(work.c_str(),
-                                 [=](benchmark::State& state) { run(state, *input); });
+  for (const Contender& contender : contenders) {
+    const std::string work = name + ", " + std::to_string(chunk_bytes) + " B/" + contender.name;
+    benchmark::RegisterBenchmark(
+        work.c_str(), [=](benchmark::State& state) { contender.run(state, *input); });
   }
 }
 
@@ -220,12 +225,17 @@ void RegisterCompressed1(const std::string& name, const std::vector<uint8_t>& st
   }
 }
 
-/// Chunks of about 4 KiB, of bytes without a pattern, which are the same in every run.
+std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed) {
+  std::mt19937 engine(seed);
+  std::vector<uint8_t> bytes(count);
+  std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(engine()); });
+  return bytes;
+}
+
+/// In chunks of about 4 KiB.
 void RegisterFixedSize(const std::string& name, const Packing& packing) {
   const size_t chunk_bytes = 4096 / (4 * packing.sample_bytes) * 4 * packing.sample_bytes;
-  std::vector<uint8_t> stream(kStreamBytes / chunk_bytes * chunk_bytes);
-  std::mt19937 engine(5);
-  std::generate(stream.begin(), stream.end(), [&] { return static_cast<uint8_t>(engine()); });
+  const auto stream = RandomBytes(kStreamBytes / chunk_bytes * chunk_bytes, 5);
   Register(name, packing, stream, chunk_bytes, {{"libiio", Libiio}});
 }
 
