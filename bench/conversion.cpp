@@ -213,8 +213,8 @@ void Register(const std::string& name, const Packing& packing, const std::vector
   contenders.insert(contenders.end(), others);
   for (const Contender& contender : contenders) {
     const std::string work = name + ", " + std::to_string(chunk_bytes) + " B/" + contender.name;
-    benchmark::RegisterBenchmark(
-        work.c_str(), [=](benchmark::State& state) { contender.run(state, *input); });
+    benchmark::RegisterBenchmark(work.c_str(),
+                                 [=](benchmark::State& state) { contender.run(state, *input); });
   }
 }
 
