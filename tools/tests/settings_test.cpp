@@ -32,8 +32,8 @@ TEST(SettingsTest, AreReadExactlyOrRefused) {
 }
 
 TEST(SettingsTest, CoverAllOperations) {
-  const auto operations = std::ranges::count_if(
-      test::kOperations, [](const test::Operation& operation) { return operation.IsSetting(); });
+  const auto operations = static_cast<size_t>(std::ranges::count_if(
+      test::kOperations, [](const test::Operation& operation) { return operation.IsSetting(); }));
   EXPECT_EQ(SettingsTo(&Setting::read).size() + SettingsTo(&Setting::write).size(), operations);
 }
 
