@@ -25,8 +25,6 @@ constexpr double kPanelWaveTime = 0.04;    // s; two periods of a 50 Hz mains
 
 struct FlickerOptions {
   RunOptions run;
-  int bits = 16;
-  size_t buffer = 4096;
   bool samples = false;
   std::string plot;
 };
@@ -137,22 +135,14 @@ class FlickerView {
     }
   }
 
-  /// A line a sample, with its sequence number; for JSON a line a block.
+  /// A line a sample, with its sequence number.
   void Show(const FlickerBlock& block) {
     if (!samples_) {
       return;
     }
-    if (context_.format == "json") {
-      context_.out.Add(JsonLine(Json{{"sensor", sensor_},
-                                     {"seq_num", block.seq_num},
-                                     {"sample_rate_hz", block.sample_rate_hz},
-                                     {"restart", block.restart},
-                                     {"samples", block.samples}}));
-      return;
-    }
     context_.out.Add(BeginsCsv() ? "seq_num,sample\n" : "");
     const char separator = context_.format == "csv" ? ',' : ' ';
-    uint32_t seq_num = block.seq_num;  // wraps
+    uint32_t seq_num = block.fields.seq_num;  // wraps
     for (const int32_t sample : block.samples) {
       context_.out.Add(fmt::format("{}{}{}\n", seq_num++, separator, sample));
     }
@@ -171,11 +161,12 @@ class FlickerView {
 /// Takes a run's blocks and shows them.
 class FlickerMeter {
  public:
-  FlickerMeter(const FlickerOptions& options, FlickerView& view) : options_(options), view_(view) {}
+  FlickerMeter(const RunOptions& options, FlickerView& view) : options_(options), view_(view) {}
 
   void Take(const FlickerBlock& block) {
-    if (block.sample_rate_hz != 0 && block.sample_rate_hz != rate_hz_) {
-      rate_hz_ = block.sample_rate_hz;
+    const uint32_t rate_hz = block.fields.format_param;
+    if (rate_hz != 0 && rate_hz != rate_hz_) {
+      rate_hz_ = rate_hz;
       recorder_ = FlickerRecorder(Window());
       reported_ = 0;
     }
@@ -184,7 +175,7 @@ class FlickerMeter {
       reported_ = 0;
       settled_ = true;
     }
-    recorder_.Add(block.seq_num, block.restart, block.samples);
+    recorder_.Add(block.fields.seq_num, (block.fields.restart & 1) != 0, block.samples);
     if (block.samples.size() >= options_.buffer - options_.buffer % 2) {
       ++full_buffers_;
     }
@@ -234,7 +225,7 @@ class FlickerMeter {
     }
   }
 
-  const FlickerOptions& options_;
+  const RunOptions& options_;
   FlickerView& view_;
   uint32_t rate_hz_ = kUsualRateHz;
   FlickerRecorder recorder_{Window()};
@@ -248,26 +239,28 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
   if (plots) {
     RequirePlot(options.plot);
   }
-  std::vector<int> buffer(options.buffer);  // outlives the sensor's run
-  SensorRun run(context, OpticalSensorType::kFlicker, options.run,
-                [&](HylSpectralApi& api, const char* name, uint32_t& session_id) {
-                  return api.EnableFlickerSensor(name, buffer.data(), buffer.size(),
-                                                 static_cast<uint8_t>(options.bits), session_id);
-                });
-  FlickerView view(context, options.samples, run.sensor());
-  FlickerMeter meter(options, view);
-  const double settling = options.samples ? 0 : kSettlingTime;
-  const RunEnd end =
-      run.Pump(options.run.seconds + settling, options.run.timeout, [&](const Delivery& delivery) {
-        meter.Take(std::get<FlickerBlock>(delivery));
-        return true;
-      });
+  RunOptions run_options = options.run;
+  run_options.seconds += options.samples ? 0 : kSettlingTime;
+  SensorRun run(context, run_options);
+  run.Start({{OpticalSensorType::kFlicker, 1}});
+  FlickerView view(context, options.samples, run.names());
+  FlickerMeter meter(run_options, view);
+  const bool records = options.samples && context.format == "json";
+  context.out.Add(records ? RecordingHeader(context, run_options, run) : "");
+  const RunEnd end = run.Pump(options.run.timeout, [&](const Delivery& delivery) {
+    if (records) {
+      context.out.Add(RecordingLine(run, delivery));
+    } else if (const auto* const block = std::get_if<FlickerBlock>(&delivery.what)) {
+      meter.Take(*block);
+    }
+    return true;
+  });
   meter.Finish();
   context.out.Flush();
   run.Finish(end);
   const auto report = plots ? meter.Latest() : std::nullopt;
   if (report) {
-    DrawPlot(options.plot, *report, run.sensor());
+    DrawPlot(options.plot, *report, run.names());
   } else if (plots && end != RunEnd::kInterrupted) {
     throw Failure(ExitCode::kOutput,
                   "cannot draw the picture: too few samples in a row; let it run for longer");
@@ -279,13 +272,9 @@ void RunFlicker(const Context& context, const FlickerOptions& options) {
 void AddFlickerCommand(CLI::App& app, const Context& context) {
   CLI::App* const flicker = app.add_subcommand("flicker", "measure how the light flickers");
   const auto options = std::make_shared<FlickerOptions>();
-  AddRunOptions(*flicker, options->run);
-  TakeNumber(flicker->add_option("--bits", options->bits,
-                                 "width of the samples, 1 to 32 bits; 16 unless given"),
-             "N", 1, 32);
-  TakeNumber(flicker->add_option("--buffer", options->buffer,
-                                 "samples that the buffer holds, 2 to 16777216; 4096 unless given"),
-             "N", 2, 1 << 24);
+  AddRunOptions(*flicker, options->run,
+                "its name, or the beginning of it; the first listed unless given", 1);
+  AddFlickerOptions(*flicker, options->run);
   flicker->add_flag("--samples", options->samples, "print the samples instead of their analysis");
   flicker
       ->add_option("--plot", options->plot,

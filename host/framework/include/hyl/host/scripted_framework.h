@@ -85,6 +85,8 @@ class ScriptedFramework {
   void FailCreate(int n);
   /// Refuses the n-th request from now on with `result`.
   void RefuseInvoke(int n, HylErr result);
+  /// Refuses every request for which `judge` returns another result than kOk; empty ends this.
+  void RefuseIf(std::function<HylErr(const FrameworkCall&)> judge);
   /// Gives Apis that are made from now on the simulated hub's sensors: accepted requests go there.
   void UseSimulatedHub();
   void SetSensorList(std::vector<SensorListEntry> list);
@@ -149,7 +151,7 @@ class ScriptedFramework {
   static std::unique_ptr<Api> CreateForThisThread(ClientType type);
   std::unique_ptr<Api> Create(ClientType type);
   std::vector<SensorListEntry> GetSensorList(int api);
-  HylErr NextResult();
+  HylErr NextResult(const FrameworkCall& call);
   void Accept(const FrameworkCall& call, const Callbacks& callbacks);
   void Destroyed(int api);
   /// Records the call and runs the hook.
@@ -164,6 +166,7 @@ class ScriptedFramework {
   std::vector<std::pair<uint32_t, uint32_t>> running_;
   Results creates_;
   Results invokes_;
+  std::function<HylErr(const FrameworkCall&)> judge_;
   int list_queries_ = 0;
   int apis_ = 0;
   int live_apis_ = 0;
