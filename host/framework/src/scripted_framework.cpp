@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 
-#include <hyl/host/hooks.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
@@ -109,7 +108,6 @@ ScriptedFramework::ScriptedFramework() {
   SetSensorList(DefaultSensors());
   t_own = this;
   latest = this;
-  SetApiFactory(CreateForThisThread);
 }
 
 ScriptedFramework::~ScriptedFramework() {
@@ -124,11 +122,6 @@ ScriptedFramework::~ScriptedFramework() {
   if (answer_thread_.joinable()) {
     answer_thread_.join();
   }
-}
-
-std::unique_ptr<Api> ScriptedFramework::CreateForThisThread(ClientType type) {
-  ScriptedFramework* const framework = t_own != nullptr ? t_own : latest.load();
-  return framework != nullptr ? framework->Create(type) : SimulatedHub::Instance().Connect(type);
 }
 
 HylErr ScriptedFramework::Results::Next() {
@@ -257,7 +250,7 @@ void ScriptedFramework::Deliver(uint32_t handle, const Message& message) {
   callbacks->OnResponse(&message);
 }
 
-std::unique_ptr<Api> ScriptedFramework::Create(ClientType type) {
+std::unique_ptr<Api> ScriptedFramework::Connect(ClientType type) {
   FrameworkCall call{.kind = FrameworkCall::Kind::kCreate, .type = static_cast<uint32_t>(type)};
   bool use_hub = false;
   {
@@ -362,3 +355,10 @@ void ScriptedFramework::DeliverHeld() {
 }
 
 }  // namespace hyl::v2::host
+
+std::unique_ptr<hyl::v2::Api> hyl::v2::Api::Create(ClientType type) {
+  host::ScriptedFramework* const own = host::t_own;
+  host::ScriptedFramework* const framework = own != nullptr ? own : host::latest.load();
+  return framework != nullptr ? framework->Connect(type)
+                              : host::SimulatedHub::Instance().Connect(type);
+}

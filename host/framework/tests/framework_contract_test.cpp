@@ -8,8 +8,8 @@
 #include <utility>
 
 #include <gtest/gtest.h>
-#include <hyl/host/hooks.h>
 #include <hyl/host/messages.h>
+#include <hyl/host/scripted_framework.h>
 #include <hyl/hyl_string.h>
 #include <hyl/reffed_ptr.h>
 #include <hyl/time.h>

@@ -128,6 +128,9 @@ class ScriptedFramework {
   /// inside a framework call. Throws std::logic_error when no request to the sensor was accepted.
   void Deliver(uint32_t handle, const Message& message);
 
+  /// A connection to the framework, as Api::Create makes it; empty where FailCreate says so.
+  std::unique_ptr<Api> Connect(ClientType type);
+
  private:
   class Connection;
   /// The results that are planned for the calls of one kind.
@@ -146,8 +149,6 @@ class ScriptedFramework {
     std::unique_ptr<Message> message;
   };
 
-  static std::unique_ptr<Api> CreateForThisThread(ClientType type);
-  std::unique_ptr<Api> Create(ClientType type);
   std::vector<SensorListEntry> GetSensorList(int api);
   HylErr NextResult();
   void Accept(const FrameworkCall& call, const Callbacks& callbacks);
@@ -178,6 +179,13 @@ class ScriptedFramework {
   bool ended_ = false;
   std::thread answer_thread_;
 };
+
+/// From now on asks `fails` whenever a framework vector is to become longer: true makes that Resize
+/// fail and leaves the vector as it was. An empty function ends this. For the whole process.
+///
+/// Safe on any thread. `fails` runs on the threads that resize, several at once if they do, without
+/// a lock held.
+void FailVectorGrowth(std::function<bool()> fails);
 
 #pragma GCC visibility pop
 

@@ -124,9 +124,8 @@ class [[gnu::visibility("default")]] SimulatedHub {
   /// What SetScene was given last, with its numbers as they hold; at first the default.
   LightScene Scene() const;
 
-  /// Runs on real time, as it does initially.
-  void UseRealTime();
-  /// Runs on a clock that only Advance moves. It starts at 0 s.
+  /// Runs on a clock that only Advance moves, until Reset. It starts at 0 s. Initially the hub runs
+  /// on real time.
   void UseVirtualClock();
   /// Moves the virtual clock, and returns when everything that fell due has been delivered, in
   /// order of time for each sensor. Replies do not wait for the clock; all those to requests made
