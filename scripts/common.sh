@@ -15,10 +15,11 @@ list_sources() {
   find v2 host tools examples tests bench fuzz \( "${find_names[@]}" \) -print0 | sort -z
 }
 
-# One build tree for the checks by clang, of everything that can be built.
+# One build tree for the checks by clang, of everything that can be built, each source by itself.
 configure_clang() {
   cmake -S . -B build/clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
-    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DHYL_BUILD_BENCH=ON -DHYL_BUILD_FUZZERS=ON
+    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DCMAKE_UNITY_BUILD=OFF \
+    -DHYL_BUILD_BENCH=ON -DHYL_BUILD_FUZZERS=ON
 }
 
 # The optimised tool, in the tree build/demo, with what it needs.
