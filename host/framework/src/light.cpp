@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iterator>
 #include <numbers>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -53,24 +54,6 @@ bool SetNumber(std::string_view text, LightScene& scene) {
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, scene.*number->field);
   return error == std::errc() && rest == end;
-}
-
-/// Sets what `text`, as in "warm-led,lux=300,pwm=1000", says. False if a part of it says nothing.
-bool SetScene(std::string_view text, LightScene& scene) {
-  size_t comma = text.find(',');
-  const KindName* const kind = FindName(kKinds, text.substr(0, comma));
-  if (kind == std::end(kKinds)) {
-    return false;
-  }
-  scene.kind = kind->kind;
-  while (comma != std::string_view::npos) {
-    text.remove_prefix(comma + 1);
-    comma = text.find(',');
-    if (!SetNumber(text.substr(0, comma), scene)) {
-      return false;
-    }
-  }
-  return true;
 }
 
 /// What one lux of a light gives on a channel, in counts per second at gain 1.
@@ -181,18 +164,36 @@ double FlickerFactor(const LightScene& scene, double seconds) {
 
 }  // namespace
 
+std::optional<LightScene> ParseScene(std::string_view text) {
+  size_t comma = text.find(',');
+  const KindName* const kind = FindName(kKinds, text.substr(0, comma));
+  if (kind == std::end(kKinds)) {
+    return std::nullopt;
+  }
+  LightScene scene{.kind = kind->kind};
+  while (comma != std::string_view::npos) {
+    text.remove_prefix(comma + 1);
+    comma = text.find(',');
+    if (!SetNumber(text.substr(0, comma), scene)) {
+      return std::nullopt;
+    }
+  }
+  return Plausible(scene);
+}
+
 LightScene InitialScene() {
-  LightScene scene;
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
   const char* const text = std::getenv("HYL_HUB_SCENE");
-  if (text == nullptr || SetScene(text, scene)) {
-    return Plausible(scene);
+  if (text == nullptr || *text == '\0') {
+    return {};
   }
-  android::base::LogMessage(__FILE__, __LINE__, android::base::ERROR, "HYL", -1).stream()
-      << "HYL_HUB_SCENE is '" << text
-      << "', which is no scene; the simulated sensors see daylight. A scene is daylight, warm-led, "
-         "fluorescent or dark, with numbers if need be, as in 'warm-led,lux=300'";
-  return {};
+  const std::optional<LightScene> scene = ParseScene(text);
+  if (!scene) {
+    android::base::LogMessage(__FILE__, __LINE__, android::base::ERROR, "HYL", -1).stream()
+        << "HYL_HUB_SCENE: '" << text << "' " << kNoScene
+        << ". The simulated sensors see daylight.";
+  }
+  return scene.value_or(LightScene());
 }
 
 LightScene Plausible(LightScene scene) {

@@ -167,11 +167,10 @@ void ScriptedFramework::SetHook(Hook hook) {
   hook_ = std::move(hook);
 }
 
-void ScriptedFramework::AnswerWith(Answer answer, Delivery delivery) {
+void ScriptedFramework::AnswerWith(Answer answer) {
   const std::lock_guard lock(mutex_);
   answer_ = std::move(answer);
-  delivery_ = delivery;
-  if (delivery == Delivery::kOnThread && !answer_thread_.joinable()) {
+  if (!answer_thread_.joinable()) {
     answer_thread_ = std::thread([this] { DeliverHeld(); });
   }
 }
@@ -287,31 +286,20 @@ HylErr ScriptedFramework::NextResult() {
 }
 
 void ScriptedFramework::Accept(const FrameworkCall& call, const Callbacks& callbacks) {
-  Messages within_call;
   Callbacks replaced = callbacks;  // freed without the lock
-  {
-    const std::lock_guard lock(mutex_);
-    callbacks_[call.handle].swap(replaced);
-    if (call.As<RlsMsgAccessReq>() == nullptr) {
-      const std::pair request(call.handle, call.client_id());
-      std::erase(running_, request);
-      if (call.As<StopSamplingReq>() == nullptr) {
-        running_.push_back(request);
-      }
-    }
-    Messages answers = answer_ && callbacks != nullptr ? answer_(call) : Messages();
-    if (delivery_ == Delivery::kWithinCall) {
-      within_call = std::move(answers);
-    } else {
-      for (auto& message : answers) {
-        held_.push_back({callbacks, std::move(message)});
-      }
-      changed_.notify_all();
+  const std::lock_guard lock(mutex_);
+  callbacks_[call.handle].swap(replaced);
+  if (call.As<RlsMsgAccessReq>() == nullptr) {
+    const std::pair request(call.handle, call.client_id());
+    std::erase(running_, request);
+    if (call.As<StopSamplingReq>() == nullptr) {
+      running_.push_back(request);
     }
   }
-  for (const auto& message : within_call) {
-    callbacks->OnResponse(message.get());
+  for (auto& message : answer_&& callbacks != nullptr ? answer_(call) : Messages()) {
+    held_.push_back({callbacks, std::move(message)});
   }
+  changed_.notify_all();
 }
 
 void ScriptedFramework::Destroyed(int api) {

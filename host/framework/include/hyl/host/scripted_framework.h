@@ -64,12 +64,6 @@ class ScriptedFramework {
   /// call the framework.
   using Answer = std::function<Messages(const FrameworkCall&)>;
 
-  /// Where answers are delivered.
-  enum class Delivery {
-    kOnThread,    ///< on the framework's own thread
-    kWithinCall,  ///< against the contract, inside the call: shows the cost without the thread
-  };
-
   ScriptedFramework();
   /// Drops the answers that are still held.
   ~ScriptedFramework();
@@ -93,8 +87,9 @@ class ScriptedFramework {
   /// Runs on the calling thread at the start of every framework call, without a lock held. May
   /// block, and may call into the library as far as the library's locks allow.
   void SetHook(Hook hook);
-  /// From now on answers accepted requests. An empty function answers none.
-  void AnswerWith(Answer answer, Delivery delivery = Delivery::kOnThread);
+  /// From now on answers accepted requests, on a thread of the framework. An empty function answers
+  /// none.
+  void AnswerWith(Answer answer);
   /// One sound answer: a status reply, or the setting's reply with the request's arguments.
   static Messages Echo(const FrameworkCall& call);
   /// Holds up answers, and releases them again.
@@ -172,7 +167,6 @@ class ScriptedFramework {
   bool use_hub_ = false;
   Hook hook_;
   Answer answer_;
-  Delivery delivery_ = Delivery::kOnThread;
   std::deque<Held> held_;
   bool answers_held_ = false;
   bool answering_ = false;
