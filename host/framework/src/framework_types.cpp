@@ -1,5 +1,4 @@
-// The framework's small types: heap, messages, mutex, requests, sensor events, string, time,
-// vector.
+// The framework's small types: heap, messages, mutex, requests, events, string, time, vector.
 #include <algorithm>
 #include <atomic>
 #include <cstdarg>
@@ -14,11 +13,11 @@
 #include <hyl/heap.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
-#include <hyl/hyl_assert.h>
 #include <hyl/hyl_string.h>
 #include <hyl/message.h>
 #include <hyl/mutex.h>
 #include <hyl/ref_counted_sensor_event.h>
+#include <hyl/reffed_ptr.h>
 #include <hyl/request.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/time.h>
