@@ -99,7 +99,7 @@ TEST(DefaultLoggerDeathTest, LogsWhileStaticsAreDestroyed) {
   EXPECT_EXIT(ExitWithLoggingDestructor(), testing::ExitedWithCode(0), "first use(.|\n)*at exit");
 }
 
-TEST(DefaultLoggerDeathTest, TheEnvironmentNamesTheLowestSeverity) {
+TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
   const struct {
     const char* value;
     LogSeverity severity;

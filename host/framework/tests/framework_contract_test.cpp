@@ -178,7 +178,7 @@ TEST(Scene, IsAKindAndNumbers) {
   }
 }
 
-TEST(SceneDeathTest, TheEnvironmentNamesTheInitialOne) {
+TEST(SceneDeathTest, HylHubSceneNamesTheInitialOne) {
   const struct {
     const char* value;
     host::LightKind kind;
