@@ -304,13 +304,13 @@ void AddFlickerCommand(CLI::App& app, const Context& context) {
                    "draw the last second, waveform and spectrum, into an .svg or .png")
       ->type_name("FILE")
       ->check(PictureFault);
-  flicker->footer(
-      "A report for each second, after 0.1 s in which the gain settles: mean level,\n"
+  flicker->footer(fmt::format(
+      "A report for each second, after {} s in which the gain settles: mean level,\n"
       "modulation (max - min) / (max + min), flicker index (area above the mean / whole area),\n"
-      "strongest frequency, and gaps in the sequence numbers. Of a second without gaps: SVM by "
-      "CIE\n"
-      "TN 006:2016, 1 is just visible; risk by IEEE Std 1789-2015. Exposures without bands.\n"
-      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg");
+      "strongest frequency, and gaps in the sequence numbers. Of a second without gaps: SVM by\n"
+      "CIE TN 006:2016, 1 is just visible; risk by IEEE Std 1789-2015. Exposures without bands.\n"
+      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg",
+      kSettlingTime));
   flicker->callback([&context, options] { RunFlicker(context, *options); });
 }
 

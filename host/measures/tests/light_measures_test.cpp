@@ -26,16 +26,19 @@ TEST(LevelsTest, AreAsDefined) {
   }
 }
 
-struct Light {
+struct LightCase {
   std::vector<std::pair<double, double>> waves;  // hertz, percent of the mean
+  double visibility;                             // -1 for none
+  std::optional<std::string_view> risk;
+  std::optional<std::string_view> absent = {};
   uint32_t rate_hz = 24000;
   double mean = 1e6;
-  size_t missing = 0;  // samples to the second
+  std::optional<double> dominant_hz = 100;
 };
 
-std::vector<int32_t> SamplesOf(const Light& light) {
+std::vector<int32_t> SecondOf(const LightCase& light) {
   std::vector<int32_t> samples;
-  for (size_t i = light.missing; i < light.rate_hz; ++i) {
+  for (size_t i = 0; i < light.rate_hz; ++i) {
     double value = 1;
     for (const auto& [hz, percent] : light.waves) {
       const double turns = hz * static_cast<double>(i) / light.rate_hz;
@@ -47,45 +50,37 @@ std::vector<int32_t> SamplesOf(const Light& light) {
 }
 
 TEST(LightMeasuresTest, AreAsDefinedOrAbsent) {
-  struct {
-    Light light;
-    double visibility;  // -1 for none
-    std::optional<std::string_view> risk;
-    std::optional<std::string_view> absent = {};
-    std::optional<double> dominant_hz = 100;
-  } const cases[] = {
-      {{{{100, 25.6}}}, 1, "high"},  // waves that are just visible
-      {{{{100, 25.6}}, 44100}, 1, "high"},
-      {{{{100, 25.6}}, 4001}, 1, "high"},  // a prime number, as the next one
-      {{{{1000, 97.3}}, 23993}, 1, "low", {}, 1250.1},
-      {{{{2000, 100}}}, 1, "no effect", {}, 3000.1},
-      {{{{100, 12.8}, {1000, 48.65}}}, 0.603, "high"},    // half of each, in the norm of 3.7
-      {{{{80, 24.3}, {79, 30}, {2001, 30}}}, 1, "high"},  // slower and faster waves add nothing
-      {{{{100.5, 25.6}}}, 0.77, "high"},                  // between two steps
-      {{{{100, 7.9}}}, 0.308, "low"},
+  const LightCase cases[] = {
+      {{{100, 25.6}}, 1, "high"},  // waves that are just visible
+      {{{2000, 100}}, 1, "high"},
+      {{{100, 25.6}}, 1, "high", {}, 4001},  // a prime number, as the next one
+      {{{1000, 97.3}}, 1, "high", {}, 23993},
+      {{{100, 12.8}, {1000, 48.65}}, 0.603, "high"},    // half of each, in the norm of 3.7
+      {{{80, 24.3}, {79, 30}, {2001, 30}}, 1, "high"},  // slower and faster waves add nothing
+      {{{100.5, 25.6}}, 0.77, "high"},                  // between two steps
       {{}, 0, "no effect"},
-      {{}, 0, {}, "no frequency stands out", {}},
-      {{{}, 24000, 1e6, 1}, -1, {}, "less than a second in a row"},
-      {{{}, 4000}, -1, {}, "too few samples a second"},
-      {{{}, 0}, -1, {}, "too few samples a second"},
-      {{{}, 24000, 0}, -1, {}, "no light"},
-      {{{}, 24000, -1e6}, -1, {}, "no light"}};
-  for (const auto& [light, visibility, risk, absent, dominant_hz] : cases) {
-    const auto measures = MeasuresOf(SamplesOf(light), light.rate_hz, dominant_hz);
-    SCOPED_TRACE(testing::PrintToString(light.waves) + absent.value_or("").data());
-    EXPECT_NEAR(measures.visibility.value_or(-1), visibility, 0.005);
-    EXPECT_EQ(measures.risk, risk);
-    EXPECT_EQ(measures.absent, absent);
+      {{}, 0, {}, "no frequency stands out", 24000, 1e6, {}},
+      {{}, -1, {}, "too few samples a second", 4000},
+      {{}, -1, {}, "too few samples a second", 0},
+      {{}, -1, {}, "no light", 24000, 0},
+      {{}, -1, {}, "no light", 24000, -1e6}};
+  for (const LightCase& light : cases) {
+    const auto measures = MeasuresOf(SecondOf(light), light.rate_hz, light.dominant_hz);
+    SCOPED_TRACE(testing::PrintToString(light.waves) + light.absent.value_or("").data());
+    EXPECT_NEAR(measures.visibility.value_or(-1), light.visibility, 0.005);
+    EXPECT_EQ(measures.risk, light.risk);
+    EXPECT_EQ(measures.absent, light.absent);
   }
+  const std::vector<int32_t> almost(23999, 1000);
+  EXPECT_EQ(MeasuresOf(almost, 24000, 100).absent, "less than a second in a row");
 }
 
 TEST(LightMeasuresTest, HaveTheirLimits) {
   constexpr std::tuple<double, double, const char*> kRisks[] = {
-      {0.899, 89.9, "no effect"}, {0.9, 89.9, "low"},        {2.247, 89.9, "low"},
-      {2.248, 89.9, "high"},      {2.99, 90, "no effect"},   {7.19, 90, "low"},
-      {7.21, 90, "high"},         {99.9, 1249, "low"},       {100, 1249, "high"},
-      {100, 1251, "low"},         {99.8, 3000, "no effect"}, {100, 3000, "low"},
-      {100, 3001, "no effect"}};
+      {0.899, 89.9, "no effect"}, {0.9, 89.9, "low"},      {2.247, 89.9, "low"},
+      {2.248, 89.9, "high"},      {2.99, 90, "no effect"}, {7.19, 90, "low"},
+      {7.21, 90, "high"},         {100, 1249, "high"},     {100, 1251, "low"},
+      {99.8, 3000, "no effect"},  {100, 3000, "low"},      {100, 3001, "no effect"}};
   for (const auto& [modulation_percent, hz, risk] : kRisks) {
     EXPECT_EQ(RiskOf(modulation_percent, hz), risk) << modulation_percent << " at " << hz;
   }
