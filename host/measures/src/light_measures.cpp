@@ -111,8 +111,7 @@ std::string_view RiskOf(double modulation_percent, double hz) {
 
 double BandFreeStepMs(double dominant_hz) {
   const double lamp_hz = dominant_hz < 110 ? 100 : 120;  // on the nearer mains
-  const bool is_lamp = std::abs(dominant_hz / lamp_hz - 1) <= 0.01;
-  return 1000 / (is_lamp ? lamp_hz : dominant_hz);
+  return 1000 / (std::abs(dominant_hz / lamp_hz - 1) <= 0.01 ? lamp_hz : dominant_hz);
 }
 
 }  // namespace hyl::v2::host
