@@ -53,9 +53,8 @@ if(TARGET hyl_spectral_tool)
     INSTALL_RPATH "$ORIGIN/${HYL_LIBDIR_FROM_BINDIR}")
   install(TARGETS hyl_spectral_tool
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-  configure_file(docs/man/hyl-spectral.1.in ${PROJECT_BINARY_DIR}/package/hyl-spectral.1 @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/package/hyl-spectral.1
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES ${PROJECT_BINARY_DIR}/hyl-spectral.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool OPTIONAL)
   install(FILES cmake/package/hyl-spectral.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME hyl-spectral COMPONENT tool)

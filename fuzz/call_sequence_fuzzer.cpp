@@ -14,7 +14,6 @@
 #include <memory>
 #include <mutex>
 #include <set>
-#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -22,7 +21,6 @@
 #include <gtest/gtest.h>
 
 #include "any_message.h"
-#include "data_way.h"
 #include "framework.h"
 #include "log_capture.h"
 #include "operations.h"
@@ -99,17 +97,25 @@ class Sequence {
   }
 
   void Run(Input input, Role role) {
+    using Step = void (Sequence::*)(Input&);
+    constexpr Step kSteps[] = {
+        &Sequence::ChooseReplies, &Sequence::HoldOrReleaseAnswers, &Sequence::RefuseRequest,
+        &Sequence::DeliverSound, &Sequence::DeliverAny, &Sequence::DeliverAny,
+        // The client's, after the framework's; last, those that must not overlap with any.
+        &Sequence::EnableLight, &Sequence::EnableFlicker, &Sequence::Change, &Sequence::CallAny,
+        &Sequence::CallAny, &Sequence::DestroyAndSetFaults, &Sequence::CallInside,
+        &Sequence::SideBySide};
+    constexpr size_t kOfFramework = 6;
+    constexpr size_t kOverlapping = 11;
     while (!input.Empty()) {
       if (role == Role::kAlone && api_ == nullptr) {
         Create(input);
       }
-      const size_t step = input.Below(14);
-      if (step < 6 || role == Role::kFramework) {
-        FrameworkStep(step % 6, input);
-      } else if (step < 11) {
-        ClientStep(step, input);
-      } else if (role == Role::kAlone) {
-        LoneStep(step, input);
+      const size_t step = input.Below(std::size(kSteps));
+      if (role == Role::kFramework) {
+        (this->*kSteps[step % kOfFramework])(input);
+      } else if (role == Role::kAlone || step < kOverlapping) {
+        (this->*kSteps[step])(input);
       }
     }
   }
@@ -117,7 +123,7 @@ class Sequence {
  private:
   enum class Replies : uint8_t { kOnce, kTwice, kNever, kOther };
 
-  std::vector<std::unique_ptr<Message>> Answer(const FrameworkCall& call) {
+  ScriptedFramework::Messages Answer(const FrameworkCall& call) {
     auto messages = ScriptedFramework::Echo(call);
     const Replies replies = replies_;
     if (replies == Replies::kNever) {
@@ -130,67 +136,32 @@ class Sequence {
     return messages;
   }
 
-  void FrameworkStep(size_t step, Input& input) {
-    if (step == 0) {
-      replies_ = static_cast<Replies>(input.Below(4));
-    } else if (step == 1) {
-      if (input.Below(2) != 0) {
-        framework_.HoldAnswers();
-      } else {
-        framework_.ReleaseAnswers();
-      }
-    } else if (step == 2) {
-      refused_ = true;
-      framework_.RefuseInvoke(input.Byte(), kRefusal);
-    } else if (step == 3) {
-      DeliverSound(input);
-    } else if (const auto object = AnyObject(input)) {
-      const auto message = AnyMessage(input);
-      object->OnResponse(message.get());
+  void ChooseReplies(Input& input) { replies_ = static_cast<Replies>(input.Below(4)); }
+
+  void HoldOrReleaseAnswers(Input& input) {
+    if (input.Below(2) != 0) {
+      framework_.HoldAnswers();
+    } else {
+      framework_.ReleaseAnswers();
     }
   }
 
-  /// Null when the framework has not got the object.
-  ScriptedFramework::Callbacks AnyObject(Input& input) {
-    return framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))]);
+  void RefuseRequest(Input& input) {
+    refused_ = true;
+    framework_.RefuseInvoke(input.Byte(), kRefusal);
   }
 
   void DeliverSound(Input& input) {
-    const DataWay way = kAllDataWays[input.Below(std::size(kAllDataWays))];
-    if (const auto object = framework_.CallbacksOf(HandleOf(way))) {
-      const FlickerFormatMessage format(FlickerFormatSampleWidth::kUncompressed2);
-      object->OnResponse(&format);
-      DeliverData(*object, way);
+    const DataWay& way = kDataWays[input.Below(std::size(kDataWays))];
+    if (const auto object = framework_.CallbacksOf(way.handle)) {
+      way.deliver(*object);
     }
   }
 
-  void ClientStep(size_t step, Input& input) {
-    const uint32_t session = AnySession(input);
-    const auto mode = static_cast<SensorReportingMode>(input.Below(4));
-    const char* const name = kNames[input.Below(std::size(kNames))];
-    switch (step) {
-      case 6:
-        return EnableAmbientLight(name, mode);
-      case 7:
-        return EnableFlicker(name, input);
-      case 8:
-        return Expect(api_->ChangeAmbientLightSensorReporting(session, mode), false, mode);
-      case 9:
-        EXPECT_EQ(HylErr::kNullPointer, api_->GetFlickerConfig(name, nullptr, nullptr));
-        return;
-      default:
-        return Call(kOperations[input.Below(std::size(kOperations))], session);
-    }
-  }
-
-  void LoneStep(size_t step, Input& input) {
-    if (step == 11) {
-      Destroy();
-      SetFaults(input);
-    } else if (step == 12) {
-      DeliverWithCall(input);
-    } else {
-      SideBySide(input);
+  void DeliverAny(Input& input) {
+    if (const auto object = framework_.CallbacksOf(kHandles[input.Below(std::size(kHandles))])) {
+      const auto message = AnyMessage(input);
+      object->OnResponse(message.get());
     }
   }
 
@@ -214,8 +185,9 @@ class Sequence {
     }
   }
 
-  /// For the next instance: it, and its attempts at discovery, may fail; sensors may be missing.
-  void SetFaults(Input& input) {
+  /// The next instance, and its attempts at discovery, may fail; sensors may be missing.
+  void DestroyAndSetFaults(Input& input) {
+    Destroy();
     const size_t failing = input.Below(2) * input.Below(52);
     for (size_t n = 1; n <= failing; ++n) {
       framework_.FailCreate(static_cast<int>(n));
@@ -228,7 +200,7 @@ class Sequence {
     framework_.SetSensorList(std::move(list));
   }
 
-  void DeliverWithCall(Input& input) {
+  void CallInside(Input& input) {
     const Operation& operation = kOperations[input.Below(std::size(kOperations))];
     const bool destroy = input.Below(2) != 0;
     const uint32_t session = AnySession(input);
@@ -261,19 +233,32 @@ class Sequence {
     other.join();
   }
 
-  void EnableAmbientLight(const char* name, SensorReportingMode mode) {
+  void EnableLight(Input& input) {
     uint32_t id = 0;
-    const HylErr err = api_->EnableAmbientLightSensor(name, id, mode);
+    const SensorReportingMode mode = AnyMode(input);
+    const HylErr err = api_->EnableAmbientLightSensor(AnyName(input), id, mode);
     Expect(err, true, mode);
     NoteEnabled(err, id, nullptr);
   }
 
-  void EnableFlicker(const char* name, Input& input) {
+  void EnableFlicker(Input& input) {
     uint32_t id = 0;
+    const char* const name = AnyName(input);
     auto buffer = input.Below(8) != 1 ? std::make_unique<int[]>(kCapacity) : nullptr;
     const HylErr err = api_->EnableFlickerSensor(name, buffer.get(), kCapacity, input.Byte(), id);
     Expect(err, true);
     NoteEnabled(err, id, std::move(buffer));
+  }
+
+  void Change(Input& input) {
+    const uint32_t session = AnySession(input);
+    const SensorReportingMode mode = AnyMode(input);
+    Expect(api_->ChangeAmbientLightSensorReporting(session, mode), false, mode);
+  }
+
+  void CallAny(Input& input) {
+    const uint32_t session = AnySession(input);
+    Call(kOperations[input.Below(std::size(kOperations))], session);
   }
 
   void NoteEnabled(HylErr err, uint32_t id, std::unique_ptr<int[]> buffer) {
@@ -286,17 +271,18 @@ class Sequence {
   }
 
   void Call(const Operation& operation, uint32_t session) {
-    const std::string_view name = operation.name;
-    if (name.starts_with("Enable")) {
+    if (operation.kind == kEnableLight || operation.kind == kEnableFlicker) {
       return;  // would not tell the session's id
     }
-    Expect(operation.call(*api_, session), false);
-    if (name.starts_with("Disable")) {
+    Expect(operation.Call(*api_, session), false);
+    if (operation.kind == kDisable) {
       const std::lock_guard lock(mutex_);
       open_.erase(session);  // whatever the result: its buffer is not written any more
     }
   }
 
+  static SensorReportingMode AnyMode(Input& input) { return SensorReportingMode(input.Below(4)); }
+  static const char* AnyName(Input& input) { return kNames[input.Below(std::size(kNames))]; }
   /// One of the latest sessions, open or not, or any number.
   uint32_t AnySession(Input& input) {
     const size_t back = input.Below(12);

@@ -15,10 +15,9 @@
 #include <hyl/time.h>
 
 #include "any_message.h"
+#include "client.h"
 #include "framework.h"
-#include "instance.h"
 #include "log_capture.h"
-#include "recording_client.h"
 #include "sample_converter_model.h"
 
 namespace hyl::v2::test {
@@ -97,11 +96,7 @@ class Dispatch {
     }
     const auto message = AnyMessage(input);
     object->OnResponse(message.get());
-    if (sensor == kFlickerSensor) {
-      CheckFlicker(*message);
-    } else {
-      CheckSpectral(*message, ids_[sensor]);
-    }
+    sensor == kFlickerSensor ? CheckFlicker(*message) : CheckSpectral(*message, ids_[sensor]);
     EXPECT_TRUE(client_.TakeSpectral().empty());
     EXPECT_TRUE(client_.TakeFlicker().empty());
   }
@@ -144,6 +139,9 @@ class Dispatch {
 
   void CheckData(const FlickerDataMessage& message) {
     const auto calls = client_.TakeFlicker();
+    for (const FlickerCall& call : calls) {
+      EXPECT_TRUE(converter_.MayHaveNumber(message.offset, call.block.seq_num));
+    }
     const bool converted = converter_.Convert({message.data, message.size}, message.restart);
     ASSERT_EQ(converted ? 1U : 0U, calls.size());
     for (const auto& [session_id, block, samples] : calls) {

@@ -55,6 +55,8 @@ const Number kNumbers[] = {
     HYL_NUMBER(15, HylErr::kNullPointer),
     HYL_NUMBER(17, HylErr::kNoSession),
     HYL_NUMBER(19, HylErr::kAlreadyRunning),
+    HYL_NUMBER(8, kMaxSessions),
+    HYL_NUMBER(255, kMaxPriority),
     HYL_NUMBER(8, sizeof(HylSpectralApi)),
     HYL_NUMBER(4, sizeof(SensorReportingMode)),
     HYL_NUMBER(1, SensorReportingMode::kContinuous),
@@ -237,8 +239,9 @@ TEST_F(AbiTest, SettingsKeepTheirSlots) {
 
 TEST_F(AbiTest, DestructorsComeLast) {
   instance.Destroy();
-  constexpr size_t kComplete = std::size(kOperations);
-  constexpr size_t kDeleting = kComplete + 1;
+  constexpr size_t kComplete = 29;
+  constexpr size_t kDeleting = 30;
+  static_assert(std::size(kOperations) == kComplete, "operations.h has them all");
   for (const size_t slot : {kComplete, kDeleting}) {
     HylSpectralApi* api = nullptr;
     HylSpectralApi::Create(&api, nullptr, HylLogLevel::kInfo);
@@ -310,7 +313,11 @@ TEST_F(AbiTest, CallbacksKeepSlotsAndRecordsKeepFields) {
   const Instance api(reinterpret_cast<HylSpectralApiCallbackInterface*>(&raw));
   uint32_t id = 0;
   ASSERT_EQ(HylErr::kOk, api->EnableAmbientLightSensor(nullptr, id, kContinuous));
-  framework.Deliver(kRearContinuous, SpectralMessage({1, 2}, 5));
+  const SensorEventPtr chain = MakeEventChain({{kSpectral, {1, 2}, 5}});
+  RawMessage<8, 32> events;
+  events.Put(16, chain.get());
+  events.Put(24, uint64_t{1});
+  framework.Deliver(kRearContinuous, *events);
   ASSERT_EQ(2, raw.called);
   EXPECT_EQ(id, raw.session);
 

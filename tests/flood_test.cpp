@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdint>
 #include <future>
-#include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -22,7 +21,7 @@ constexpr int kSessions = 25;
 constexpr uint64_t kMessagesAState = 50;  // that a session sees at least between two calls
 
 /// A sensor that delivers message after message to the object that was passed last, whether it runs
-/// or not, on a thread of its own. Has one session at a time, and knows what that one must receive.
+/// or not, on its thread. Has one session at a time, and knows what that one must receive.
 class Sensor {
  public:
   using Deliver = void (*)(Service::AsyncCallbacks&, uint64_t number);
@@ -53,7 +52,7 @@ class Sensor {
     not_before_ = ended_ + 1;
     complete_.clear();
   }
-  /// From the return of one call to the next: what begins and ends meanwhile is received.
+  /// From the return of one call to the next: what begins and ends in between is received.
   void Run() {
     const uint64_t first = begun_ + 1;
     AwaitEnd(first + kMessagesAState);
@@ -71,12 +70,11 @@ class Sensor {
       previous = number;
     }
     EXPECT_GE(not_after, previous) << "late";
-    for (const auto& span : complete_) {
-      const auto within = [&](const auto& message) {
-        return span.first <= message.second && message.second <= span.second;
+    for (const auto& [first, last] : complete_) {
+      const auto within = [first = first, last = last](const auto& message) {
+        return first <= message.second && message.second <= last;
       };
-      EXPECT_EQ(span.second - span.first + 1,
-                std::count_if(received_.begin(), received_.end(), within));
+      EXPECT_EQ(last - first + 1, std::ranges::count_if(received_, within));
     }
     received_.clear();
   }
@@ -132,7 +130,8 @@ class FloodTest : public ::testing::Test, private HylSpectralApiCallbackInterfac
     flicker.Put(session_id, block->seq_num);
   }
 
-  uint32_t RunSessions(HylSpectralApi& api, Sensor& sensor, const char* ambient_light);
+  uint32_t RunSession(HylSpectralApi& api, Sensor& sensor, const char* name);
+  uint32_t RunSessions(HylSpectralApi& api, Sensor& sensor, const char* name);
   void RunInstance();
 
   LogCapture log;  // brings the severity back
@@ -143,28 +142,30 @@ class FloodTest : public ::testing::Test, private HylSpectralApiCallbackInterfac
   Sensor flicker{framework, kFlicker, DeliverFlicker};
 };
 
-/// Session after session of an ambient-light sensor, or, with a null name, of the flicker sensor.
-/// The last one is left running.
-uint32_t FloodTest::RunSessions(HylSpectralApi& api, Sensor& sensor, const char* ambient_light) {
-  for (int i = 0;; ++i) {
-    uint32_t id = 0;
-    sensor.BeginSession();
-    EXPECT_EQ(HylErr::kOk, ambient_light != nullptr
-                               ? api.EnableAmbientLightSensor(ambient_light, id, kContinuous)
-                               : api.EnableFlickerSensor("", buffer.data(), buffer.size(), 32, id));
+uint32_t FloodTest::RunSession(HylSpectralApi& api, Sensor& sensor, const char* name) {
+  uint32_t id = 0;
+  sensor.BeginSession();
+  if (&sensor == &flicker) {
+    EXPECT_EQ(HylErr::kOk, api.EnableFlickerSensor(name, buffer.data(), buffer.size(), 32, id));
+  } else {
+    EXPECT_EQ(HylErr::kOk, api.EnableAmbientLightSensor(name, id, kContinuous));
     sensor.Run();
-    if (ambient_light != nullptr) {
-      EXPECT_EQ(HylErr::kOk, api.ChangeAmbientLightSensorReporting(id, kOnChange));
-      EXPECT_STREQ(ambient_light, api.GetSensorName(id).c_str());
-      sensor.Run();
-    }
-    if (i == kSessions) {
-      return id;
-    }
-    EXPECT_EQ(HylErr::kOk, ambient_light != nullptr ? api.DisableAmbientLightSensor(id)
-                                                    : api.DisableFlickerSensor(id));
+    EXPECT_EQ(HylErr::kOk, api.ChangeAmbientLightSensorReporting(id, kOnChange));
+  }
+  EXPECT_STREQ(name, api.GetSensorName(id).c_str());
+  sensor.Run();
+  return id;
+}
+
+/// The last one is left running.
+uint32_t FloodTest::RunSessions(HylSpectralApi& api, Sensor& sensor, const char* name) {
+  for (int i = 0; i < kSessions; ++i) {
+    const uint32_t id = RunSession(api, sensor, name);
+    EXPECT_EQ(HylErr::kOk, &sensor == &flicker ? api.DisableFlickerSensor(id)
+                                               : api.DisableAmbientLightSensor(id));
     sensor.Check(id);
   }
+  return RunSession(api, sensor, name);
 }
 
 void RunQueries(HylSpectralApi& api, const std::atomic<bool>& end) {
@@ -180,20 +181,19 @@ void FloodTest::RunInstance() {
   Instance instance(this);
   std::atomic<bool> end{false};
   std::thread queries([&] { RunQueries(*instance.get(), end); });
-  const std::pair<Sensor*, const char*> all[] = {
-      {&rear, "Rear ALS"}, {&front, "Front ALS"}, {&flicker, nullptr}};
+  const std::pair<Sensor&, const char*> all[] = {
+      {rear, "Rear ALS"}, {front, "Front ALS"}, {flicker, "Flicker"}};
   std::vector<std::future<uint32_t>> last;
   for (const auto& [sensor, name] : all) {
-    last.push_back(std::async(std::launch::async, [&, sensor = sensor, name = name] {
-      return RunSessions(*instance.get(), *sensor, name);
-    }));
+    last.push_back(std::async(std::launch::async, &FloodTest::RunSessions, this,
+                              std::ref(*instance.get()), std::ref(sensor), name));
   }
   const uint32_t ids[] = {last[0].get(), last[1].get(), last[2].get()};
   end = true;
   queries.join();
   instance.Destroy();
   for (size_t i = 0; i < std::size(ids); ++i) {
-    all[i].first->Check(ids[i]);
+    all[i].first.Check(ids[i]);
   }
 }
 

@@ -80,6 +80,24 @@ bool SampleConverterModel::Convert(std::span<const uint8_t> chunk, uint8_t resta
   return converted;
 }
 
+bool SampleConverterModel::MayHaveNumber(uint32_t offset, uint32_t number) {
+  if (format_.kind == 0) {
+    return true;  // no sample comes of it
+  }
+  if (format_.kind != kCompressed1) {
+    return number == offset / format_.bytes;
+  }
+  constexpr uint32_t kTooLong = 1U << 28;
+  const uint32_t gap = offset - total_bytes_;
+  if ((gap & kTooLong) != 0) {
+    log_.push_back(Warning(Text("Cannot estimate missing gap of data (off:%d total:%d)",
+                                static_cast<int>(offset), static_cast<int>(total_bytes_))));
+    return number == 0;
+  }
+  const uint32_t missing = number - seq_num_;
+  return gap / kLongestDifference <= missing && missing <= gap;
+}
+
 std::optional<uint8_t> SampleConverterModel::HeldByte() const {
   return difference_bytes_ == 0 ? std::nullopt : std::optional(static_cast<uint8_t>(difference_));
 }

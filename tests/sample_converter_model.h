@@ -13,14 +13,17 @@
 namespace hyl::v2::test {
 
 /// Decodes as a SampleConverter must, in the plainest way: one byte after the other, with its state
-/// in the object. Shares no code with the converter. Allocates only for log entries. Does not
-/// estimate sequence numbers.
+/// in the object. Shares no code with the converter. Allocates only for log entries.
 class SampleConverterModel {
  public:
   void SetOutput(int32_t* buffer, size_t capacity, uint8_t bits);
   void ResetCounters();
   void Configure(int32_t kind, bool little_endian, uint8_t msb, uint8_t lsb);
   bool Convert(std::span<const uint8_t> chunk, uint8_t restart);
+
+  /// Whether the sample at byte `offset` of the stream can have that number. After a gap in
+  /// compressed-1 it is an estimate: one sample in 1 to 4 bytes.
+  bool MayHaveNumber(uint32_t offset, uint32_t number);
 
   /// What the buffer holds of the latest chunk.
   std::span<const int32_t> Samples() const { return {buffer_, std::min(made_, room_)}; }

@@ -86,6 +86,7 @@ class RandomScript {
   }
 
   void Convert(std::span<const uint8_t> chunk) {
+    twin_.AskSeqNum(twin_.TotalBytes() + static_cast<uint32_t>(OneIn(4) ? engine_() : 0));
     const uint64_t restart = Below(128) * 2 + (OneIn(10) ? 1 : 0);
     if (twin_.Convert(chunk, static_cast<uint8_t>(restart))) {
       samples_ += twin_.Samples().size();

@@ -1,10 +1,8 @@
-#include "completion.h"
-
 #include <algorithm>
+#include <set>
 
 #include "client.h"
-#include "sensors.h"
-#include "setting_text.h"
+#include "command.h"
 #include "settings.h"
 
 namespace hyl::v2::tool {
@@ -12,132 +10,95 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-bool IsOption(const std::string& word) {
-  return word.starts_with("-");
+/// The options that may be given with the command: its own and the program's.
+std::vector<const CLI::Option*> OptionsOf(const CLI::App& command) {
+  std::vector<const CLI::Option*> options = command.get_options();
+  if (command.get_parent() != nullptr) {
+    const auto others = command.get_parent()->get_options();
+    options.insert(options.end(), others.begin(), others.end());
+  }
+  return options;
 }
 
-/// What stands before the word that is to be completed.
-struct Place {
-  CLI::App* command;           // the program where no command has been named
-  const CLI::Option* waiting;  // the option whose value is next; null if none
-  Words arguments;
-};
-
-/// The program itself where there is no such command.
-CLI::App* CommandNamed(CLI::App& app, const std::string& name) {
-  const auto found =
-      app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
-  return found.empty() ? &app : found.front();
-}
-
-Place PlaceAfter(CLI::App& app, const Words& words) {
-  Place place = {&app, nullptr, {}};
-  for (auto word = words.begin(); word + 1 != words.end(); ++word) {
-    if (place.waiting != nullptr) {
-      place.waiting = nullptr;
-    } else if (IsOption(*word)) {
-      const CLI::Option* option = place.command->get_option_no_throw(*word);
-      option = option != nullptr ? option : app.get_option_no_throw(*word);
-      place.waiting = option != nullptr && option->get_items_expected_max() > 0 ? option : nullptr;
-    } else if (place.command != &app) {
-      place.arguments.push_back(*word);
-    } else {
-      place.command = CommandNamed(app, *word);
+/// The option of that name that takes a value; null where there is none.
+const CLI::Option* ValueOption(const CLI::App& command, const std::string& name) {
+  for (const CLI::Option* const option : OptionsOf(command)) {
+    if (option->check_name(name) && option->get_items_expected_max() > 0) {
+      return option;
     }
   }
-  return place;
+  return nullptr;
 }
 
-Words SettingNames(SettingAccess Setting::*direction, const char* end) {
+Words SettingNames(Direction direction, const char* end) {
   Words names;
-  for (const Setting& setting : AllSettings()) {
-    if ((setting.*direction).run != nullptr) {
-      names.push_back(setting.name + std::string(end));
-    }
+  for (const Setting* const setting : SettingsTo(direction)) {
+    names.push_back(setting->name + std::string(end));
   }
   return names;
 }
 
-/// The words of a list such as "on|off"; none of what stands for a value.
+/// The words of a list such as "on|off"; none of what is a value's name.
 Words Choices(const std::string& list) {
-  if (list.find('|') == std::string::npos || list.starts_with("FILE")) {
+  return list.find('|') == std::string::npos ? Words() : CLI::detail::split(list, '|');
+}
+
+Words OptionNames(const CLI::App& command) {
+  std::set<std::string> names;
+  for (const CLI::Option* const option : OptionsOf(command)) {
+    for (const std::string& name : option->get_lnames()) {
+      names.insert("--" + name);
+    }
+  }
+  return {names.begin(), names.end()};
+}
+
+/// What can follow the arguments that a command has been given.
+Words NextArguments(const std::string& command, const Words& arguments) {
+  if (command == "get" || command == "set") {
+    const Direction direction = command == "get" ? &Setting::read : &Setting::write;
+    if (arguments.empty()) {
+      return SettingNames(direction, "");
+    }
+    const auto wanted = (SettingTo(direction, arguments[0]).*direction).Arguments();
+    return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
+  }
+  if (!arguments.empty() || command == "list") {
     return {};
   }
-  return Split(list, '|');
+  return SensorNames(*Connect(), command == "stream" ? OpticalSensorType::kAmbientLight
+                                                     : OpticalSensorType::kFlicker);
 }
 
-Words ValuesOf(const CLI::Option& option) {
-  return option.check_lname("set") ? SettingNames(&Setting::write, "=")
-                                   : Choices(option.get_type_name());
-}
-
-Words OptionNames(const CLI::App& command, const CLI::App& app) {
-  Words names;
-  for (const CLI::App* const owner : {&command, &app}) {
-    for (const CLI::Option* const option : owner->get_options()) {
-      for (const std::string& name : option->get_lnames()) {
-        names.push_back("--" + name);
-      }
-    }
-  }
-  std::sort(names.begin(), names.end());
-  names.erase(std::unique(names.begin(), names.end()), names.end());
-  return names;
-}
-
-Words CommandNames(const CLI::App& app) {
-  Words names;
+Words AllThatFit(const CLI::App& app, const Words& words) {
+  Words commands;
   for (const CLI::App* const command : app.get_subcommands({})) {
-    names.push_back(command->get_name());
+    commands.push_back(command->get_name());
   }
-  return names;
-}
-
-Words SensorNames(OpticalSensorType type) {
-  Client client;
-  Words names;
-  for (const Sensor& sensor : SensorsOf(client.api(), type)) {
-    names.push_back(sensor.name);
+  const auto last = words.end() - 1;
+  const auto named = std::find_first_of(words.begin(), last, commands.begin(), commands.end());
+  const CLI::App& command = named == last ? app : *app.get_subcommand(*named);
+  const CLI::Option* waiting = nullptr;  // the option whose value is next
+  Words arguments;
+  for (auto word = words.begin(); word != last; ++word) {
+    if (waiting == nullptr && word > named && !word->starts_with("-")) {
+      arguments.push_back(*word);
+    }
+    waiting = waiting == nullptr ? ValueOption(command, *word) : nullptr;
   }
-  return names;
-}
-
-Words SettingArguments(SettingAccess Setting::*direction, const Words& arguments) {
-  if (arguments.empty()) {
-    return SettingNames(direction, "");
+  if (waiting != nullptr) {
+    return waiting->check_lname("set") ? SettingNames(&Setting::write, "=")
+                                       : Choices(waiting->get_type_name());
   }
-  const std::vector<SettingArgument>& wanted = (FindSetting(arguments[0]).*direction).arguments;
-  return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
-}
-
-Words ArgumentWords(const std::string& command, const Words& arguments) {
-  if (command == "get" || command == "set") {
-    return SettingArguments(command == "get" ? &Setting::read : &Setting::write, arguments);
+  if (last->starts_with("-")) {
+    return OptionNames(command);
   }
-  if (command == "stream" && arguments.empty()) {
-    return SensorNames(OpticalSensorType::kAmbientLight);
-  }
-  if (command == "flicker" && arguments.empty()) {
-    return SensorNames(OpticalSensorType::kFlicker);
-  }
-  return {};
-}
-
-Words AllThatFit(CLI::App& app, const Words& words) {
-  const Place place = PlaceAfter(app, words);
-  if (place.waiting != nullptr) {
-    return ValuesOf(*place.waiting);
-  }
-  if (IsOption(words.back())) {
-    return OptionNames(*place.command, app);
-  }
-  return place.command == &app ? CommandNames(app)
-                               : ArgumentWords(place.command->get_name(), place.arguments);
+  return named == last ? commands : NextArguments(*named, arguments);
 }
 
 }  // namespace
 
-Words Completions(CLI::App& app, const Words& words) {
+Words Completions(const CLI::App& app, const Words& words) {
   Words completions = AllThatFit(app, words);
   std::erase_if(completions,
                 [&](const std::string& word) { return !word.starts_with(words.back()); });

@@ -1,12 +1,12 @@
 #include "flicker_analysis.h"
 
-#include <fftw3.h>
-
 #include <algorithm>
 #include <cmath>
-#include <memory>
+#include <complex>
+#include <cstdlib>
 #include <numbers>
-#include <type_traits>
+
+#include <kissfft/kissfft.hh>
 
 namespace hyl::v2::tool {
 namespace {
@@ -20,51 +20,40 @@ constexpr double kLeastAmplitude = 1e-3;
 // What the window leaves of a large slow change, far from its place, is smaller.
 constexpr double kLeastOfLargest = 1e-2;
 
-struct FftwFree {
-  void operator()(void* memory) const { fftw_free(memory); }
-};
-struct FftwDestroy {
-  void operator()(fftw_plan plan) const { fftw_destroy_plan(plan); }
-};
-using FftwReals = std::unique_ptr<double[], FftwFree>;
-using FftwComplexes = std::unique_ptr<fftw_complex[], FftwFree>;
-using FftwPlan = std::unique_ptr<std::remove_pointer_t<fftw_plan>, FftwDestroy>;
-
 double HannWeight(size_t index, size_t count) {
   return 0.5 - 0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(index) /
                               static_cast<double>(count));
 }
 
-/// The straight line of least squares through the samples, and its value at one.
-class Trend {
- public:
-  explicit Trend(std::span<const int32_t> samples)
-      : center_((static_cast<double>(samples.size()) - 1) / 2) {
-    double weight = 0;
-    for (size_t i = 0; i < samples.size(); ++i) {
-      const double distance = static_cast<double>(i) - center_;
-      mean_ += samples[i];
-      slope_ += distance * samples[i];
-      weight += distance * distance;
-    }
-    mean_ /= static_cast<double>(samples.size());
-    slope_ /= weight;
-  }
+/// The straight line of least squares through samples.
+struct Trend {
+  double center;
+  double mean = 0;
+  double slope = 0;
 
-  double At(size_t index) const { return mean_ + slope_ * (static_cast<double>(index) - center_); }
-
- private:
-  double center_;
-  double mean_ = 0;
-  double slope_ = 0;
+  double At(size_t index) const { return mean + slope * (static_cast<double>(index) - center); }
 };
 
-FftwReals WindowedSamples(std::span<const int32_t> samples, const Trend& trend) {
-  FftwReals windowed(fftw_alloc_real(samples.size()));
+Trend TrendOf(std::span<const int32_t> samples) {
+  const auto count = static_cast<double>(samples.size());
+  Trend trend = {(count - 1) / 2};
   for (size_t i = 0; i < samples.size(); ++i) {
-    windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, samples.size());
+    trend.mean += samples[i] / count;
+    // The squares of the distances from the centre add up to count * (count^2 - 1) / 12.
+    trend.slope +=
+        (static_cast<double>(i) - trend.center) * samples[i] * 12 / (count * (count * count - 1));
   }
-  return windowed;
+  return trend;
+}
+
+/// Whether the transform of so many samples is fast: where 2, 3 and 5 are the only prime factors.
+bool IsFast(size_t count) {
+  for (const size_t factor : {2U, 3U, 5U}) {
+    while (count % factor == 0) {
+      count /= factor;
+    }
+  }
+  return count == 1;
 }
 
 double Median(std::vector<double> values) {
@@ -125,22 +114,26 @@ FlickerLevels LevelsOf(std::span<const int32_t> samples) {
 }
 
 FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_hz) {
-  const size_t count = samples.size();
-  FlickerSpectrum spectrum = {sample_rate_hz / static_cast<double>(count), 0, {}};
-  if (count < 2) {
-    return spectrum;
+  if (samples.size() < 2) {
+    return {sample_rate_hz, 0, {}};
   }
-  const Trend trend(samples);
-  spectrum.drift = std::abs(trend.At(count) - trend.At(0));
-  const FftwReals windowed = WindowedSamples(samples, trend);
-  const FftwComplexes bins(fftw_alloc_complex(count / 2 + 1));
-  const FftwPlan plan(fftw_plan_dft_r2c_1d(static_cast<int>(count), windowed.get(), bins.get(),
-                                           FFTW_ESTIMATE | FFTW_PRESERVE_INPUT));
-  fftw_execute(plan.get());
+  while (!IsFast(samples.size())) {
+    samples = samples.subspan(1);
+  }
+  const size_t count = samples.size();
+  const Trend trend = TrendOf(samples);
+  std::vector<std::complex<double>> windowed(count);
+  for (size_t i = 0; i < count; ++i) {
+    windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, count);
+  }
+  std::vector<std::complex<double>> bins(count);
+  kissfft<double>(count, false).transform(windowed.data(), bins.data());
+  FlickerSpectrum spectrum = {
+      sample_rate_hz / static_cast<double>(count), std::abs(trend.At(count) - trend.At(0)), {}};
   // The window's weights add up to half the count, and a sine wave has half its amplitude here.
   const double scale = 4 / static_cast<double>(count);
   for (size_t i = 0; i < count / 2 + 1; ++i) {
-    spectrum.amplitudes.push_back(scale * std::hypot(bins[i][0], bins[i][1]));
+    spectrum.amplitudes.push_back(scale * std::abs(bins[i]));
   }
   return spectrum;
 }
@@ -163,6 +156,53 @@ std::optional<SpectrumPeak> DominantPeak(const FlickerSpectrum& spectrum) {
     }
   }
   return highest > 0 ? std::optional(Interpolate(spectrum, highest)) : std::nullopt;
+}
+
+void FlickerRecorder::Add(uint32_t seq_num, bool restart, std::span<const int32_t> samples) {
+  const bool continues = !next_seq_num_ || Continues(seq_num, samples.size());
+  if (!continues || (restart && levels_shifted_)) {
+    if (current_.size() > longest_.size()) {
+      longest_.swap(current_);
+    }
+    current_.clear();
+  }
+  levels_shifted_ = !restart && (levels_shifted_ || !continues);
+  current_.insert(current_.end(), samples.begin(), samples.end());
+  if (current_.size() > 2 * window_) {
+    current_.erase(current_.begin(), current_.end() - static_cast<std::ptrdiff_t>(window_));
+  }
+  counts_.samples += samples.size();
+  next_seq_num_ = seq_num + static_cast<uint32_t>(samples.size());
+}
+
+std::span<const int32_t> FlickerRecorder::Stretch() const {
+  const std::span<const int32_t> longer = longest_.size() > current_.size() ? longest_ : current_;
+  return longer.last(std::min(window_, longer.size()));
+}
+
+void FlickerRecorder::ForgetSamples() {
+  current_.clear();
+  longest_.clear();
+  counts_.samples = 0;
+}
+
+bool FlickerRecorder::Continues(uint32_t seq_num, size_t count) {
+  const auto step = static_cast<int32_t>(seq_num - *next_seq_num_);  // the numbers wrap
+  // Where samples vary in length, numbers after a loss are estimates, which move a little from
+  // block to block. A lost block is a larger step.
+  if (static_cast<size_t>(std::abs(int64_t{step})) <= count / 8) {
+    return true;
+  }
+  if (step > 0) {
+    ++counts_.gaps;
+    counts_.lost += static_cast<uint32_t>(step);
+    return false;
+  }
+  // Blocks that cannot be numbered any more all have the number 0.
+  const bool still_unnumbered = unnumbered_ && seq_num == 0;
+  unnumbered_ = seq_num == 0;
+  counts_.steps_back += still_unnumbered ? 0 : 1;
+  return still_unnumbered;
 }
 
 }  // namespace hyl::v2::tool

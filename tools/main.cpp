@@ -1,4 +1,4 @@
-#include "application.h"
+#include "command.h"
 
 int main(int argc, char** argv) {
   return hyl::v2::tool::RunTool(argc, argv);

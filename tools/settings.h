@@ -1,71 +1,72 @@
 #pragma once
 
-#include <cstdint>
 #include <span>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include <hyl/hyl_spectral_api.h>
 
+#include "text.h"
+
 namespace hyl::v2::tool {
 
-/// A part of a setting. Its name is empty where the setting has one part.
-struct SettingValue {
-  const char* name;
-  std::variant<bool, uint64_t, float, std::string> value;
-};
-
-/// What an operation returned, and the values that it handed back.
-struct SettingAnswer {
-  HylErr result;
-  std::vector<SettingValue> values;
-};
-
-/// What a word on the command line stands for.
-enum class ArgumentKind { kSwitch, kByte, kWord, kReal };
+/// What a setting is read or written with: switches, whole and real numbers.
+using Values = std::vector<Json>;
 
 struct SettingArgument {
-  const char* name;
-  ArgumentKind kind;
+  enum class Kind { kSwitch, kByte, kWord, kReal };
+  const char* name = nullptr;  ///< null for none
+  Kind kind = Kind::kByte;
 };
-
-/// Numbers, one for each argument; a switch is 0 or 1.
-using SettingNumbers = std::vector<double>;
 
 /// One direction of a setting: reading or writing it.
 struct SettingAccess {
-  /// Null where the setting cannot be accessed in this direction.
-  SettingAnswer (*run)(HylSpectralApi& api, const SettingNumbers& numbers);
-  std::vector<SettingArgument> arguments;
+  /// Carries it out. `result` gets what the library hands back, if anything: a number, a switch, a
+  /// text, or an object of such parts. Null where the setting has no such direction.
+  HylErr (*run)(HylSpectralApi& api, const Values& values, Json& result) = nullptr;
+  SettingArgument first = {};
+  SettingArgument second = {};
+
+  std::vector<SettingArgument> Arguments() const;
 };
 
 struct Setting {
+  constexpr Setting(const char* its_name, const char* its_help, SettingAccess to_read,
+                    SettingAccess to_write)
+      : name(its_name), help(its_help), read(to_read), write(to_write) {}
+
   const char* name;
   const char* help;
   SettingAccess read;
   SettingAccess write;
 };
 
-/// A write that the command line asks for.
-struct SettingWrite {
+using Direction = SettingAccess Setting::*;
+
+/// The settings that can be accessed in a direction.
+std::vector<const Setting*> SettingsTo(Direction direction);
+
+/// The one of that name. Throws Failure when there is none.
+const Setting& SettingTo(Direction direction, const std::string& name);
+
+/// An access that the command line asks for.
+struct SettingCall {
   const Setting* setting;
-  SettingNumbers numbers;
+  Direction direction;
+  Values values;
 };
 
-/// Reads a setting; the values of the answer count. Throws Failure when that fails.
-SettingAnswer ReadSetting(HylSpectralApi& api, const Setting& setting,
-                          const SettingNumbers& numbers);
-/// Writes a setting; the answer has the values that are in force now, where the library waits for
-/// them, and none else. Throws Failure when that fails.
-SettingAnswer WriteSetting(HylSpectralApi& api, const SettingWrite& write);
-/// Writes settings, in order, for a sensor of the given type that is to run next. Tells the user
+/// The access to the setting of that name with the values that `words` stand for. Throws Failure.
+SettingCall ParseCall(Direction direction, const std::string& name,
+                      const std::vector<std::string>& words);
+
+/// The writes that texts of the form "NAME=VALUE" or "NAME=VALUE,VALUE" stand for. Throws Failure.
+std::vector<SettingCall> ParseAssignments(const std::vector<std::string>& texts);
+
+/// Carries out writes, in order, for a sensor of the given type that is to run next. Tells the user
 /// where another value was applied than was asked for, and where automatic gain overrides a gain.
 /// Throws Failure at the first write that fails.
-void WriteSettings(HylSpectralApi& api, std::span<const SettingWrite> writes,
+void WriteSettings(HylSpectralApi& api, std::span<const SettingCall> writes,
                    OpticalSensorType type);
-
-/// All settings of the interface.
-std::span<const Setting> AllSettings();
 
 }  // namespace hyl::v2::tool

@@ -2,32 +2,26 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace hyl::v2::tool {
 
-/// How a command prints its results.
-enum class Format { kText, kCsv, kJson };
+/// JSON whose members stay in order, and whose numbers are single-precision, as the library's are,
+/// so that they have no more digits than it takes to read them back.
+using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, int64_t,
+                                  uint64_t, float>;
 
-/// The shortest text that reads back as the same number.
-std::string NumberText(float value);
-std::string NumberText(double value);
+/// `json` on a line. Names that are not UTF-8 have their stray bytes replaced.
+template <typename AnyJson>
+std::string JsonLine(const AnyJson& json) {
+  return json.dump(-1, ' ', false, AnyJson::error_handler_t::replace) + "\n";
+}
 
 /// With `digits` decimals and the unit; "none" where there is no value.
-std::string FixedText(std::optional<double> value, int digits, const char* unit);
-
-/// As NumberText; null where JSON has no text for the value.
-std::string JsonNumber(float value);
-std::string JsonNumber(double value);
-
-/// `text`, which is UTF-8, as a JSON string with its quotes.
-std::string JsonString(std::string_view text);
-
-/// Whether `text` has control characters of ASCII, among which is the end of a line.
-bool HasControls(std::string_view text);
-
-/// `text`, which should be UTF-8, as it may be shown on a terminal: control characters and stray
-/// bytes become '?'.
-std::string Printable(std::string_view text);
+inline std::string FixedText(std::optional<double> value, int digits, const char* unit) {
+  return value ? fmt::format("{:.{}f}{}", *value, digits, unit) : "none";
+}
 
 }  // namespace hyl::v2::tool

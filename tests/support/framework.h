@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ostream>
 #include <type_traits>
 #include <variant>
 #include <vector>
@@ -9,18 +8,6 @@
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
-
-namespace hyl::v2::host {
-
-/// What GoogleTest prints of a call.
-inline void PrintTo(const FrameworkCall& call, std::ostream* out) {
-  constexpr const char* kNames[] = {"Create", "GetSensorList", "Invoke", "Destroy"};
-  *out << kNames[static_cast<int>(call.kind)] << " by api " << call.api << std::hex << " handle 0x"
-       << call.handle << std::dec << " type " << call.type << " -> "
-       << int{static_cast<uint8_t>(call.result)};
-}
-
-}  // namespace hyl::v2::host
 
 namespace hyl::v2::test {
 
@@ -41,5 +28,35 @@ inline std::vector<uint8_t> BytesOf(const FrameworkCall& call) {
 inline constexpr auto kSpectral = SensorEventType::kSpectralSample;
 inline constexpr auto kIgnored = SensorEventType::kIgnored;
 inline constexpr SensorEventType kUnknown{5};
+
+/// A way that data takes to the client.
+struct DataWay {
+  const char* name;
+  uint32_t handle;
+  /// Delivers one message on the calling thread.
+  void (*deliver)(Service::AsyncCallbacks& object);
+
+  bool operator==(const DataWay& other) const { return handle == other.handle; }
+};
+
+inline constexpr DataWay kRearSample{"Rear", kRearContinuous, [](Service::AsyncCallbacks& object) {
+                                       const SpectralMessage message({1, 2, 3});
+                                       object.OnResponse(&message);
+                                     }};
+/// A chain of two samples.
+inline constexpr DataWay kFrontEvents{
+    "Front", kFrontContinuous, [](Service::AsyncCallbacks& object) {
+      const EventChainMessage message({{kSpectral, {1}}, {kUnknown}, {kSpectral, {2}}});
+      object.OnResponse(&message);
+    }};
+/// With its format, since it may be the first.
+inline constexpr DataWay kFlickerData{
+    "Flicker", kFlicker, [](Service::AsyncCallbacks& object) {
+      const FlickerFormatMessage format(FlickerFormatSampleWidth::kUncompressed2);
+      object.OnResponse(&format);
+      const FlickerDataMessage message({1, 0, 2, 0});
+      object.OnResponse(&message);
+    }};
+inline constexpr DataWay kDataWays[] = {kRearSample, kFrontEvents, kFlickerData};
 
 }  // namespace hyl::v2::test

@@ -1,21 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "client.h"
 #include "framework.h"
 #include "gate.h"
-#include "instance.h"
 #include "log_capture.h"
-#include "recording_client.h"
 
 namespace hyl::v2::test {
-
-inline constexpr auto kContinuous = SensorReportingMode::kContinuous;
-inline constexpr auto kOnChange = SensorReportingMode::kOnChange;
 
 struct Field {
   size_t offset;  ///< counted from the request's table pointer
@@ -23,15 +20,17 @@ struct Field {
   uint64_t value;
 };
 
-/// A request of `size` bytes, without its table pointer: zero but for the fields.
-inline std::vector<uint8_t> RequestBytes(size_t size, const std::vector<Field>& fields) {
+/// A request of `size` bytes, without its table pointer: its lead byte, and zero but for the
+/// fields.
+inline std::vector<uint8_t> RequestBytes(size_t size, std::vector<Field> fields) {
   std::vector<uint8_t> bytes(size);
+  fields.push_back({8, 1, 1});
   for (const Field& field : fields) {
     for (size_t i = 0; i < field.width; ++i) {
       bytes.at(field.offset + i) = static_cast<uint8_t>(field.value >> (8 * i));
     }
   }
-  bytes.erase(bytes.begin(), bytes.begin() + 8);
+  bytes.erase(bytes.begin(), bytes.begin() + sizeof(Request));
   return bytes;
 }
 
@@ -44,11 +43,24 @@ class LibraryTest : public ::testing::Test {
     EXPECT_EQ(HylErr::kOk, instance->EnableAmbientLightSensor(name, id, mode));
     return id;
   }
-  uint32_t EnableFlicker() {
+  uint32_t EnableFlicker(const char* name = nullptr) {
     uint32_t id = 0;
-    EXPECT_EQ(HylErr::kOk,
-              instance->EnableFlickerSensor(nullptr, buffer, std::size(buffer), 16, id));
+    EXPECT_EQ(HylErr::kOk, instance->EnableFlickerSensor(name, buffer, std::size(buffer), 16, id));
     return id;
+  }
+  /// Lists these sensors alone.
+  void ListSensors(std::vector<SensorListEntry> sensors) {
+    sensors.push_back(MakeEntry(kListMarker, "marker"));
+    framework.SetSensorList(std::move(sensors));
+  }
+  /// "type handle client-id", in hexadecimal, of the requests since the last time.
+  std::vector<std::string> TakeRequests() {
+    std::vector<std::string> requests;
+    for (const FrameworkCall& call : framework.TakeInvokes()) {
+      EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
+      requests.push_back(Text("%x %x %x", call.type, call.handle, call.client_id()));
+    }
+    return requests;
   }
 
   LogCapture log;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -22,18 +21,15 @@ struct LogEntry {
   }
 };
 
-/// The entry that the library writes for `text`, which follows the common beginning.
-inline LogEntry Entry(android::base::LogSeverity severity, const std::string& text) {
-  return {severity, "HYL: HYL_SpAPI: " + text};
-}
+// The entries that the library writes for `text`, which follows what all entries begin with.
 inline LogEntry Error(const std::string& text) {
-  return Entry(android::base::ERROR, text);
+  return {android::base::ERROR, "HYL: HYL_SpAPI: " + text};
 }
 inline LogEntry Warning(const std::string& text) {
-  return Entry(android::base::WARNING, text);
+  return {android::base::WARNING, "HYL: HYL_SpAPI: " + text};
 }
 inline LogEntry Info(const std::string& text) {
-  return Entry(android::base::INFO, text);
+  return {android::base::INFO, "HYL: HYL_SpAPI: " + text};
 }
 
 /// printf into a string, for expected messages.
@@ -48,24 +44,15 @@ std::string Text(const char* format, Args... args) {
   return text;
 }
 
-/// Where this thread's problems go instead, if anywhere. Belongs to a test that has many threads.
-inline thread_local std::vector<LogEntry>* t_problems = nullptr;
-
 /// Takes all log entries of the process while it lives. Safe on any thread.
 class LogCapture {
  public:
   LogCapture() : minimum_(android::base::SetMinimumLogSeverity(android::base::VERBOSE)) {
-    previous_ = android::base::SetLogger(
-        [kept = kept_](android::base::LogId, android::base::LogSeverity severity, const char*,
-                       const char*, unsigned, const char* message) {
-          if (t_problems != nullptr && severity > android::base::INFO) {
-            t_problems->push_back({severity, message});
-            return;
-          }
-          const std::lock_guard lock(kept->mutex);
-          if (kept->entries.size() < kMaxEntries) {
-            kept->entries.push_back({severity, message});
-          }
+    previous_ =
+        android::base::SetLogger([this](android::base::LogId, android::base::LogSeverity severity,
+                                        const char*, const char*, unsigned, const char* message) {
+          const std::lock_guard lock(mutex_);
+          entries_.push_back({severity, message});
         });
   }
   ~LogCapture() {
@@ -77,8 +64,8 @@ class LogCapture {
 
   /// The entries since the last call, oldest first.
   std::vector<LogEntry> Take() {
-    const std::lock_guard lock(kept_->mutex);
-    return std::exchange(kept_->entries, {});
+    const std::lock_guard lock(mutex_);
+    return std::exchange(entries_, {});
   }
 
   /// Take, without the entries of severity INFO.
@@ -90,14 +77,8 @@ class LogCapture {
   }
 
  private:
-  static constexpr size_t kMaxEntries = 10000;  // of a test that floods the log
-
-  struct Kept {
-    std::mutex mutex;
-    std::vector<LogEntry> entries;  // guarded by mutex
-  };
-
-  std::shared_ptr<Kept> kept_ = std::make_shared<Kept>();
+  std::mutex mutex_;
+  std::vector<LogEntry> entries_;  // guarded by mutex_
   android::base::LogSeverity minimum_;
   android::base::LogFunction previous_;
 };

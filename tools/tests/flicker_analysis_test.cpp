@@ -2,19 +2,24 @@
 
 #include <cmath>
 #include <numbers>
+#include <numeric>
 #include <random>
-#include <string>
+#include <set>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace hyl::v2::tool {
 namespace {
 
+using testing::ElementsAreArray;
+using testing::SizeIs;
+
 constexpr double kRateHz = 24000;
 
 struct Wave {
-  double mean = 0;
+  double mean = 8000;
   double amplitude = 0;
   double hz = 0;
   double noise = 0;  // standard deviation
@@ -23,7 +28,7 @@ struct Wave {
   double phase = 1;
 };
 
-std::vector<int32_t> Samples(const Wave& wave) {
+std::optional<SpectrumPeak> PeakOf(const Wave& wave) {
   // The same noise in every run.
   std::mt19937 generator(7);  // NOLINT(cert-msc32-c,cert-msc51-cpp)
   std::normal_distribution<double> noise(0, 1);
@@ -35,102 +40,129 @@ std::vector<int32_t> Samples(const Wave& wave) {
         wave.amplitude * std::sin(2 * std::numbers::pi * wave.hz * time + wave.phase);
     samples.push_back(static_cast<int32_t>(std::lround(value)));
   }
-  return samples;
+  return DominantPeak(SpectrumOf(samples, kRateHz));
 }
 
-std::optional<SpectrumPeak> PeakOf(const Wave& wave) {
-  return DominantPeak(SpectrumOf(Samples(wave), kRateHz));
+TEST(DominantPeakTest, HasTheFrequencyAndTheAmplitudeOfTheWave) {
+  const std::pair<Wave, double> cases[] = {
+      {{.amplitude = 2000, .hz = 100}, 0.01},
+      {{.amplitude = 2000, .hz = 10}, 0.001},
+      {{.amplitude = 2000, .hz = 120.5}, 0.05},  // between two entries of the spectrum
+      {{.amplitude = 2000, .hz = 99.75}, 0.05},
+      {{.amplitude = 500, .hz = 11000.3}, 0.05},
+      {{.amplitude = 500, .hz = 5}, 0.05},
+      {{.amplitude = 100, .hz = 100.25, .noise = 100}, 0.1},
+      {{.amplitude = 100, .hz = 100.5, .drift_per_s = 4000}, 0.05},
+      {{.amplitude = 2000, .hz = 100, .count = 1200}, 1},
+      {{.amplitude = 2000, .hz = 100, .count = 23999}, 0.05},  // shortened for speed
+  };
+  for (const auto& [wave, tolerance_hz] : cases) {
+    SCOPED_TRACE(wave.hz);
+    const auto peak = PeakOf(wave);
+    ASSERT_TRUE(peak);
+    EXPECT_NEAR(peak->hz, wave.hz, tolerance_hz);
+    // The parabola is an approximation to the top of the main lobe.
+    EXPECT_NEAR(peak->amplitude, wave.amplitude, 0.04 * wave.amplitude);
+  }
 }
-
-struct PeakCase {
-  const char* name;
-  Wave wave;
-  double tolerance_hz;
-};
-
-class PeakTest : public testing::TestWithParam<PeakCase> {};
-
-TEST_P(PeakTest, HasTheFrequency) {
-  const Wave& wave = GetParam().wave;
-  const auto peak = PeakOf(wave);
-  ASSERT_TRUE(peak);
-  EXPECT_NEAR(peak->hz, wave.hz, GetParam().tolerance_hz);
-  // The parabola is an approximation to the top of the main lobe.
-  EXPECT_NEAR(peak->amplitude, wave.amplitude, 0.04 * wave.amplitude);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Waves, PeakTest,
-    testing::Values(
-        PeakCase{"OnAnEntry", {.mean = 8000, .amplitude = 2000, .hz = 100}, 0.01},
-        PeakCase{"BetweenEntries", {.mean = 8000, .amplitude = 2000, .hz = 120.5}, 0.05},
-        PeakCase{"AQuarterBetween", {.mean = 8000, .amplitude = 2000, .hz = 99.75}, 0.05},
-        PeakCase{"High", {.mean = 8000, .amplitude = 500, .hz = 11000.3}, 0.05},
-        PeakCase{"Low", {.mean = 8000, .amplitude = 500, .hz = 5}, 0.05},
-        PeakCase{"InNoise", {.mean = 8000, .amplitude = 100, .hz = 100.25, .noise = 100}, 0.1},
-        PeakCase{
-            "OnADrift", {.mean = 8000, .amplitude = 100, .hz = 100.5, .drift_per_s = 4000}, 0.05},
-        PeakCase{
-            "OfTwentiethOfASecond", {.mean = 8000, .amplitude = 2000, .hz = 100, .count = 1200}, 1},
-        PeakCase{
-            "OfAnOddCount", {.mean = 8000, .amplitude = 2000, .hz = 100, .count = 23999}, 0.05}),
-    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(DominantPeakTest, IsNotFoundWhereNothingStandsOut) {
-  EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 50}));
-  EXPECT_FALSE(PeakOf({.mean = 8000}));
-  EXPECT_FALSE(PeakOf({.mean = 8000, .noise = 1, .drift_per_s = 3000}));
-}
-
-TEST(DominantPeakTest, IsNotFoundInTooSlowWaves) {
+  EXPECT_FALSE(PeakOf({.noise = 50}));
+  EXPECT_FALSE(PeakOf({}));
+  EXPECT_FALSE(PeakOf({.noise = 1, .drift_per_s = 3000}));
+  for (const size_t count : {0U, 1U, 2U, 3U, 7U}) {
+    EXPECT_FALSE(PeakOf({.amplitude = 2000, .hz = 6000, .count = count})) << count;
+  }
+  // A tenth of a second is too short for these.
   for (const double hz : {0.5, 2.0, 4.4, 5.8, 8.0, 10.0, 12.0, 14.0, 15.0, 16.0, 20.0}) {
     for (const double phase : {0.0, 0.7, 1.6, 2.5}) {
-      const auto peak =
-          PeakOf({.mean = 8000, .amplitude = 2000, .hz = hz, .count = 2400, .phase = phase});
-      EXPECT_FALSE(peak) << hz << " Hz, as " << peak->hz << " Hz";
+      EXPECT_FALSE(PeakOf({.amplitude = 2000, .hz = hz, .count = 2400, .phase = phase})) << hz;
     }
   }
 }
 
-TEST(DominantPeakTest, IsNotFoundInTooShortStretches) {
-  for (const size_t count : {0U, 1U, 2U, 3U, 7U}) {
-    EXPECT_FALSE(PeakOf({.mean = 8000, .amplitude = 2000, .hz = 6000, .count = count})) << count;
+TEST(LevelsTest, AreAsDefined) {
+  const std::pair<std::vector<int32_t>, FlickerLevels> cases[] = {
+      {{500, 500, 500}, {500, 500, 500, 0, 0}},
+      {{100, 300, 100, 300}, {200, 100, 300, 50, 0.25}},
+      {{0, 400, 0, 400}, {200, 0, 400, 100, 0.5}},
+      {{0, 0, 0, 400}, {100, 0, 400, 100, 0.75}},
+      {{-4, 404, -4, 404}, {200, -4, 404, 100, 408.0 / 808}},  // noise in the dark
+      {{-100, 120, -90, 110}, {10, -100, 120, {}, {}}},        // mostly noise
+      {{0, 0}, {0, 0, 0, {}, {}}},
+      {{INT32_MAX, INT32_MIN}, {-0.5, INT32_MIN, INT32_MAX, {}, {}}}};
+  for (const auto& [samples, expected] : cases) {
+    EXPECT_EQ(LevelsOf(samples), expected) << testing::PrintToString(samples);
   }
 }
 
-struct LevelCase {
-  const char* name;
-  std::vector<int32_t> samples;
-  double mean;
-  std::optional<double> modulation_percent;
-  std::optional<double> flicker_index;
-};
+constexpr uint32_t kBlock = 240;
 
-class LevelTest : public testing::TestWithParam<LevelCase> {};
-
-TEST_P(LevelTest, IsAsDefined) {
-  const LevelCase& expected = GetParam();
-  const FlickerLevels levels = LevelsOf(expected.samples);
-  EXPECT_DOUBLE_EQ(levels.mean, expected.mean);
-  ASSERT_EQ(levels.modulation_percent.has_value(), expected.modulation_percent.has_value());
-  ASSERT_EQ(levels.flicker_index.has_value(), expected.flicker_index.has_value());
-  EXPECT_DOUBLE_EQ(levels.modulation_percent.value_or(0), expected.modulation_percent.value_or(0));
-  EXPECT_DOUBLE_EQ(levels.flicker_index.value_or(0), expected.flicker_index.value_or(0));
+/// `count` samples, each of which is its own sequence number.
+std::vector<int32_t> Numbered(uint32_t seq_num, size_t count) {
+  std::vector<int32_t> samples(count);
+  std::iota(samples.begin(), samples.end(), static_cast<int32_t>(seq_num));
+  return samples;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Levels, LevelTest,
-    testing::Values(LevelCase{"Steady", {500, 500, 500}, 500, 0, 0},
-                    LevelCase{"Square", {100, 300, 100, 300}, 200, 50, 0.25},
-                    LevelCase{"SwitchedOff", {0, 400, 0, 400}, 200, 100, 0.5},
-                    LevelCase{"ShortPulse", {0, 0, 0, 400}, 100, 100, 0.75},
-                    // Noise below 0 is darkness.
-                    LevelCase{"NoiseInTheDarkPart", {-4, 404, -4, 404}, 200, 100, 408.0 / 808},
-                    LevelCase{"MostlyNoise", {-100, 120, -90, 110}, 10, {}, {}},
-                    LevelCase{"Dark", {0, 0}, 0, {}, {}},
-                    LevelCase{"BelowDarkness", {-10, -20}, -15, {}, {}},
-                    LevelCase{"Extremes", {INT32_MAX, INT32_MIN}, -0.5, {}, {}}),
-    [](const auto& test) { return std::string(test.param.name); });
+/// Takes blocks with these numbers; those that are in `restarts`, too, carry the flag.
+FlickerRecorder Recorded(const std::vector<uint32_t>& seq_nums,
+                         const std::set<uint32_t>& restarts) {
+  FlickerRecorder recorder(1000);
+  for (const uint32_t seq_num : seq_nums) {
+    recorder.Add(seq_num, restarts.contains(seq_num), Numbered(seq_num, kBlock));
+  }
+  return recorder;
+}
+
+struct RecorderCase {
+  const char* what;
+  std::vector<uint32_t> seq_nums;
+  std::set<uint32_t> restarts;
+  size_t stretch;
+  FlickerCounts counts = {};  // but for the samples
+};
+
+TEST(FlickerRecorderTest, CountsWhatIsMissingBetweenStretches) {
+  RecorderCase cases[] = {
+      {"blocks that follow each other", {0, 240}, {0}, 480},
+      {"a gap", {0, 720}, {0}, 240, {0, 1, 480}},
+      {"numbers that wrap", {0xFFFFFFFF - 239, 0}, {}, 480},
+      {"small steps, of estimated numbers", {0, 270, 480}, {0}, 720},
+      {"a repeated block", {0, 240, 240}, {0}, 480, {0, 0, 0, 1}},
+      {"blocks without a number", {0, 240, 0, 0, 0, 0}, {}, 960, {0, 0, 0, 1}},
+      {"a restart", {0, 240, 480}, {0, 480}, 720},
+      {"shifted levels until a restart", {0, 480, 720, 960}, {0, 720}, 480, {0, 1, 240}},
+      {"shifted levels from the start", {0, 240, 480, 720, 960}, {240}, 960},
+  };
+  for (auto& [what, seq_nums, restarts, stretch, counts] : cases) {
+    counts.samples = seq_nums.size() * kBlock;
+    const FlickerRecorder recorder = Recorded(seq_nums, restarts);
+    EXPECT_THAT(recorder.Stretch(), SizeIs(stretch)) << what;
+    EXPECT_EQ(recorder.counts(), counts) << what;
+  }
+}
+
+TEST(FlickerRecorderTest, KeepsTheNewestSamplesOfTheLongestStretch) {
+  FlickerRecorder recorder = Recorded({0, 240, 480, 960}, {});
+  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(0, 720)));
+  recorder.BeginPeriod();
+  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(960, 240)));
+  for (uint32_t block = 5; block < 50; ++block) {
+    recorder.Add(block * kBlock, false, Numbered(block * kBlock, kBlock));
+  }
+  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(11000, 1000)));
+}
+
+TEST(FlickerRecorderTest, ForgetsSamplesAndKeepsCounts) {
+  FlickerRecorder recorder = Recorded({0, 480}, {});
+  recorder.ForgetSamples();
+  EXPECT_THAT(recorder.Stretch(), SizeIs(0));
+  EXPECT_EQ(recorder.counts().samples, 0U);
+  recorder.Add(720, false, Numbered(720, 2));
+  EXPECT_EQ(recorder.counts().gaps, 1U);
+  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(720, 2)));
+}
 
 }  // namespace
 }  // namespace hyl::v2::tool
