@@ -31,7 +31,7 @@ int MillisecondsUntil(double until) {
 
 Client Connect(HylSpectralApiCallbackInterface* receiver) {
   HylSpectralApi* api = nullptr;
-  HylSpectralApi::Create(&api, receiver, HylLogLevel::kWarning);
+  Require(HylSpectralApi::Create(&api, receiver, HylLogLevel::kWarning), "cannot start");
   return Client(api);
 }
 

@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <exception>
 #include <sstream>
 #include <string_view>
 
 #include <android-base/logging.h>
 #include <fmt/format.h>
+#include <hyl/hyl_spectral_api.h>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
@@ -58,11 +61,14 @@ void AddCommandLine(CLI::App& app, Context& context) {
   for (CLI::App* const command : app.get_subcommands({})) {
     command->footer(command->get_footer() + "\nOptions of all commands: hyl-spectral --help");
   }
+  // What may keep Ctrl-C waiting: the library's look for sensors, or for a reply.
+  const std::chrono::seconds most =
+      std::chrono::ceil<std::chrono::seconds>(std::max(kDiscoveryTimeLimit, kReplyTimeLimit));
   app.footer(
-      "Ctrl-C ends a run; where the sensor framework does not answer, that takes up to 5 s.\n"
-      "NO_COLOR in the environment turns colours off, TERM=dumb all drawing.\n"
-      "\nExample: hyl-spectral list\n\n" +
-      ExitCodesHelp());
+      fmt::format("Ctrl-C ends a run; where the sensor framework does not answer, that takes up to "
+                  "{} s.\nNO_COLOR in the environment turns colours off, TERM=dumb all drawing.\n"
+                  "\nExample: hyl-spectral list\n\n{}",
+                  most.count(), ExitCodesHelp()));
 }
 
 /// What --help and --version print.

@@ -33,7 +33,9 @@ class Recipes : public testing::Test {
     host::SimulatedHub::Instance().Reset();
   }
 
-  void Create() { HylSpectralApi::Create(&api, &client, HylLogLevel::kWarning); }
+  void Create() {
+    ASSERT_EQ(HylSpectralApi::Create(&api, &client, HylLogLevel::kWarning), HylErr::kOk);
+  }
 
   HylErr Start(const char* name) {
     return api->EnableAmbientLightSensor(name, session, SensorReportingMode::kContinuous);

@@ -203,7 +203,7 @@ TEST_F(ToolTest, FailsWithACodeAndALine) {
       {"stream moon", 3, "'rear ambient light', 'front ambient light'"},
       {"stream flicker", 3, "'front ambient light'"},
       {"flicker moon", 3, "'flicker'"},
-      {"set gain 77 1", 5, "(kInvalidArgument, 9); 'hyl-spectral set"},
+      {"set gain 77 1", 5, "(kInvalidArgument): a value is invalid"},
       {"flicker --plot /nowhere/a.png", 6, "/nowhere/a.png"},
   };
   for (const auto& [arguments, code, says] : cases) {
@@ -217,10 +217,10 @@ TEST_F(ToolTest, FailsWithACodeAndALine) {
 
 TEST_F(ToolTest, FailsAsTheFrameworkDoes) {
   const std::tuple<HylErr, int, const char*> cases[] = {
-      {HylErr::kAlreadyRunning, 4, "kAlreadyRunning, 19"},
-      {HylErr::kNoSession, 4, "kNoSession, 17"},
-      {HylErr::kFailed, 5, "kFailed, 2"},
-      {HylErr{77}, 5, "framework code, 77"}};
+      {HylErr::kAlreadyRunning, 4, "(kAlreadyRunning): the sensor"},
+      {HylErr::kNoSession, 4, "(kNoSession): all"},
+      {HylErr::kFailed, 5, "(kFailed): the framework"},
+      {HylErr{77}, 5, "(77): the framework refused"}};
   for (const auto& [answer, code, says] : cases) {
     UseSilentFramework(answer);
     for (const char* const arguments : {"stream", "flicker", "set torch on"}) {

@@ -5,10 +5,10 @@
 
 #include <hyl/heap.h>
 #include <hyl/host/messages.h>
-#include <hyl/hyl_assert.h>
 #include <hyl/message.h>
 #include <hyl/mutex.h>
 #include <hyl/ref_counted_sensor_event.h>
+#include <hyl/reffed_ptr.h>
 #include <hyl/request.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/time.h>

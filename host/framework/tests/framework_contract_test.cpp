@@ -45,8 +45,11 @@ TEST(HylString, AssignsAppendsCopiesAndMoves) {
   EXPECT_STREQ("beginning x-5 a long beginning", moved.c_str());
   EXPECT_STREQ("beginning x-5 a long beginning!", copy.c_str());
   moved = std::move(copy);
-  EXPECT_STREQ("beginning x-5 a long beginning!", moved.c_str());
+  EXPECT_EQ("beginning x-5 a long beginning!", moved);
+  EXPECT_NE(std::string("beginning"), moved);
+  EXPECT_EQ(moved, HylString(moved));
   moved.assign(nullptr);
+  EXPECT_EQ(std::string_view(), moved);
   EXPECT_EQ(nullptr, moved.data());
 }
 
