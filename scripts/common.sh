@@ -5,6 +5,14 @@ set -euo pipefail
 export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-$(nproc)}
 export CTEST_PARALLEL_LEVEL=${CTEST_PARALLEL_LEVEL:-3}
 
+as_root() {
+  if [[ $EUID -eq 0 ]]; then
+    "$@"
+  else
+    sudo "$@"
+  fi
+}
+
 # Our own sources with the given ending, each followed by a NUL.
 list_sources() {
   find v2 host tools examples tests bench fuzz -name "*.$1" -print0 | sort -z
