@@ -45,6 +45,7 @@ install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/hyl-spectral COMP
 
 # component host
 if(HYL_ON_HOST)
+  set_target_properties(hyl_v2_api PROPERTIES INSTALL_RPATH "$ORIGIN")
   hyl_install_libraries(host hyl-host-framework ${HYL_HOST_INCLUDEDIR}
     hyl_v2_api base hyl_host_framework)
   install(DIRECTORY host/framework/include/hyl host/android-base/include/android-base
