@@ -90,7 +90,7 @@ def table_of(rows, times):
 def shares_of(times):
     """What the library takes of a core in ordinary use, from one message and one sample."""
     uses = {"a flicker stream of 24 kHz": (24000 / 256, "flicker message of 256 B"),
-            "ten spectral samples a second": (10, "spectral sample of 12 values")}
+            "ten samples a second": (10, "spectral sample of 12 values")}
     shares = [f"{1e-7 * per_second * times[work, 'library']:.4f} % for {name}"
               for name, (per_second, work) in uses.items() if (work, "library") in times]
     return f"Share of a core: {', '.join(shares)}." if shares else ""

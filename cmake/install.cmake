@@ -41,6 +41,7 @@ install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/hyl-spectral COMP
 
 # component host
 if(HYL_ON_HOST)
+  set_target_properties(hyl_v2_api PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(TARGETS hyl_v2_api base LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host)
   install(DIRECTORY host/framework/include/hyl host/android-base/include/android-base
     DESTINATION ${HYL_HOST_INCLUDEDIR} COMPONENT host FILES_MATCHING PATTERN "*.h")

@@ -1,5 +1,3 @@
-#include <map>
-
 #include <fmt/format.h>
 
 #include "command.h"
@@ -13,7 +11,6 @@
 namespace hyl::v2::tool {
 namespace {
 
-using host::LightKind;
 using host::LightScene;
 
 constexpr const char* kGroup = "Simulated sensors";
@@ -29,20 +26,23 @@ auto ChangeScene(T LightScene::*field) {
   };
 }
 
-void ChangeKind(const std::string& name) {
-  static const std::map<std::string, LightKind> kinds = {{"daylight", LightKind::kDaylight},
-                                                         {"warm-led", LightKind::kWarmLed},
-                                                         {"fluorescent", LightKind::kFluorescent},
-                                                         {"dark", LightKind::kDark}};
-  ChangeScene (&LightScene::kind)(kinds.at(name));
+void SetScene(const std::string& text) {
+  host::SimulatedHub::Instance().SetScene(*host::ParseScene(text));
+}
+
+std::string CheckScene(const std::string& text) {
+  return host::ParseScene(text) ? "" : fmt::format("'{}' {}", text, host::kNoScene);
 }
 
 }  // namespace
 
 void AddSceneOptions(CLI::App& app) {
-  TakeOneOf(app.add_option_function<std::string>("--scene", ChangeKind,
-                                                 "the light that they see; daylight unless given"),
-            "daylight|warm-led|fluorescent|dark")
+  app.add_option_function<std::string>("--scene", SetScene,
+                                       "the light that they see; daylight unless given; takes "
+                                       "numbers, too, as in warm-led,lux=300")
+      ->type_name("daylight|warm-led|fluorescent|dark")
+      ->check(CheckScene)
+      ->envname("HYL_HUB_SCENE")
       ->group(kGroup);
   TakeNumber(app.add_option_function<double>("--lux", ChangeScene(&LightScene::illuminance_lux),
                                              "its level in lux; 500 unless given"),

@@ -43,7 +43,7 @@ std::optional<SpectrumPeak> PeakOf(const Wave& wave) {
   return DominantPeak(SpectrumOf(samples, kRateHz));
 }
 
-TEST(DominantPeakTest, HasTheFrequencyAndTheAmplitudeOfTheWave) {
+TEST(DominantPeakTest, HasFrequencyAndAmplitudeOfTheWave) {
   const std::pair<Wave, double> cases[] = {
       {{.amplitude = 2000, .hz = 100}, 0.01},
       {{.amplitude = 2000, .hz = 10}, 0.001},
@@ -123,7 +123,7 @@ struct RecorderCase {
   FlickerCounts counts = {};  // but for the samples
 };
 
-TEST(FlickerRecorderTest, CountsWhatIsMissingBetweenStretches) {
+TEST(FlickerRecorderTest, CountsGapsBetweenStretches) {
   RecorderCase cases[] = {
       {"blocks that follow each other", {0, 240}, {0}, 480},
       {"a gap", {0, 720}, {0}, 240, {0, 1, 480}},
@@ -143,7 +143,7 @@ TEST(FlickerRecorderTest, CountsWhatIsMissingBetweenStretches) {
   }
 }
 
-TEST(FlickerRecorderTest, KeepsTheNewestSamplesOfTheLongestStretch) {
+TEST(FlickerRecorderTest, KeepsTheNewestOfTheLongest) {
   FlickerRecorder recorder = Recorded({0, 240, 480, 960}, {});
   EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(0, 720)));
   recorder.BeginPeriod();
