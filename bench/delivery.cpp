@@ -60,7 +60,7 @@ void Chain(benchmark::State& state, int64_t length) {
   MeasureDeliveries(state, length, [&] { callbacks->OnResponse(&events); });
 }
 
-/// A client of which the compiler knows as little as it does in the library.
+/// A client about which the compiler knows no more than in the library.
 HylSpectralApiCallbackInterface& UnknownClient() {
   static CountingClient client;
   HylSpectralApiCallbackInterface* unknown = &client;
@@ -68,7 +68,7 @@ HylSpectralApiCallbackInterface& UnknownClient() {
   return *unknown;
 }
 
-/// The least that a spectral delivery takes: fill the framework's vector, and call the client.
+/// The least work of a spectral delivery: fill the framework's vector and call the client.
 void DeliverInVector(HylSpectralApiCallbackInterface& client, const float* values, size_t count,
                      int64_t timestamp) {
   Vector<float> vector;

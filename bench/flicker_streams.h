@@ -6,7 +6,7 @@
 
 namespace hyl::v2::bench {
 
-/// Long enough that the processor does not learn its branches by heart.
+/// Long enough that the processor cannot learn its branches.
 inline constexpr size_t kStreamBytes = size_t{1024} * 1024;
 
 /// Compressed-1 streams of kStreamBytes or a few bytes less, of whole differences. The same in

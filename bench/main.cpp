@@ -8,8 +8,8 @@
 #include "benchmarks.h"
 
 int main(int argc, char** argv) {
-  // The C library's mutexes are faster until a process starts its first thread. Framework threads
-  // are never alone.
+  // The C library's mutexes are faster until a process starts its first thread. A framework always
+  // has threads.
   std::thread([] {}).join();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -18,7 +18,7 @@ namespace {
 
 constexpr uint32_t kRequestId = 0x0A0003F4;
 
-/// Waits for a reply as simply as can be.
+/// Waits for a reply in the plainest way.
 class BareCallbacks final : public Service::AsyncCallbacks {
  public:
   void OnResponse(const Message*) override {

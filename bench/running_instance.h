@@ -19,7 +19,7 @@ namespace hyl::v2::bench {
 /// What has been delivered to clients on this thread.
 inline thread_local int64_t t_deliveries = 0;
 
-/// A client that takes as little time as can be. Safe on any thread.
+/// A client that does as little as possible. Safe on any thread.
 class CountingClient final : public HylSpectralApiCallbackInterface {
  public:
   void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {

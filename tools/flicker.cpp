@@ -31,9 +31,9 @@ struct FlickerOptions {
 
 /// A report for programs, which has more digits than the library's own numbers.
 nlohmann::ordered_json Fields(const FlickerReport& report) {
-  const auto or_null = [](std::optional<double> value) {
-    return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json();
-  };
+  using Field = nlohmann::ordered_json;
+  const auto or_null = [](const auto& value) { return value ? Field(*value) : Field(); };
+  const auto& hz = report.frequency_hz;
   return {{"seconds", report.Seconds()},
           {"sample_rate_hz", report.sample_rate_hz},
           {"samples", report.samples.size()},
@@ -41,19 +41,24 @@ nlohmann::ordered_json Fields(const FlickerReport& report) {
           {"level_percent", report.Percent(report.levels.mean)},
           {"modulation_percent", or_null(report.levels.modulation_percent)},
           {"flicker_index", or_null(report.levels.flicker_index)},
-          {"frequency_hz", or_null(report.frequency_hz)},
+          {"frequency_hz", or_null(hz)},
           {"gaps", report.counts.gaps},
           {"lost_samples", report.counts.lost},
-          {"steps_back", report.counts.steps_back}};
+          {"steps_back", report.counts.steps_back},
+          {"svm", or_null(report.measures.visibility)},
+          {"risk", or_null(report.measures.risk)},
+          {"absent", or_null(report.measures.absent)},
+          {"exposure_step_ms", hz ? Field(host::BandFreeStepMs(*hz)) : Field()}};
 }
 
 std::string TextOf(const FlickerReport& report) {
   return fmt::format(
-      "{:8.2f} s  {} Hz  level {:.2f} %  modulation {}  index {}  frequency {}  gaps {}\n",
+      "{:8.2f} s  {} Hz  level {:.2f} %  modulation {}  index {}  frequency {}  gaps {}\n"
+      "            {}; {}\n",
       report.Seconds(), report.sample_rate_hz, report.Percent(report.levels.mean),
       FixedText(report.levels.modulation_percent, 1, " %"),
       FixedText(report.levels.flicker_index, 3, ""), FixedText(report.frequency_hz, 2, " Hz"),
-      report.counts.gaps);
+      report.counts.gaps, MeasuresText(report), ExposureAdvice(report));
 }
 
 /// The names of the fields or, but for the header, their values.
@@ -87,7 +92,7 @@ void DrawPanel(Panel& panel, const std::string& title, const FlickerReport& repo
   const auto add_bar = [&](const char* name, const std::string& value, double fill) {
     panel.AddBar(fmt::format("{:<13}  {:<19}  ", name, value), fill);
   };
-  const FlickerLevels& levels = report.levels;
+  const host::FlickerLevels& levels = report.levels;
   panel.Begin();
   panel.AddText(
       fmt::format("{}   {} samples/s   {:.2f} s", title, report.sample_rate_hz, report.Seconds()));
@@ -98,6 +103,8 @@ void DrawPanel(Panel& panel, const std::string& title, const FlickerReport& repo
   add_bar("flicker index", FixedText(levels.flicker_index, 3, ""),
           levels.flicker_index.value_or(0));
   panel.AddText("frequency      " + FixedText(report.frequency_hz, 2, " Hz"));
+  panel.AddText("measures       " + MeasuresText(report));
+  panel.AddText("advice         " + ExposureAdvice(report));
   panel.AddText(
       fmt::format("gaps           {} ({} samples lost)", report.counts.gaps, report.counts.lost));
   panel.AddColumns(WaveHeights(report, panel.columns()));
@@ -206,9 +213,14 @@ class FlickerMeter {
       return std::nullopt;
     }
     const auto peak = DominantPeak(SpectrumOf(samples, rate_hz_));
-    return FlickerReport{rate_hz_,           std::ldexp(1.0, options_.bits - 1),
-                         recorder_.counts(), samples,
-                         LevelsOf(samples),  peak ? std::optional(peak->hz) : std::nullopt};
+    const auto hz = peak ? std::optional(peak->hz) : std::nullopt;
+    return FlickerReport{rate_hz_,
+                         std::ldexp(1.0, options_.bits - 1),
+                         recorder_.counts(),
+                         samples,
+                         host::LevelsOf(samples),
+                         hz,
+                         host::MeasuresOf(samples, rate_hz_, hz)};
   }
 
  private:
@@ -281,11 +293,13 @@ void AddFlickerCommand(CLI::App& app, const Context& context) {
                    "draw the last second, waveform and spectrum, into an .svg or .png")
       ->type_name("FILE")
       ->check(PictureFault);
-  flicker->footer(
-      "A report for each second, after 0.1 s in which the gain settles: mean level,\n"
+  flicker->footer(fmt::format(
+      "A report for each second, after {} s in which the gain settles: mean level,\n"
       "modulation (max - min) / (max + min), flicker index (area above the mean / whole area),\n"
-      "strongest frequency, and gaps in the sequence numbers.\n"
-      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg");
+      "strongest frequency, and gaps in the sequence numbers. Of a second without gaps: SVM by\n"
+      "CIE TN 006:2016, 1 is just visible; risk by IEEE Std 1789-2015. Exposures without bands.\n"
+      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg",
+      kSettlingTime));
   flicker->callback([&context, options] { RunFlicker(context, *options); });
 }
 

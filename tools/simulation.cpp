@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <map>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -16,7 +15,6 @@
 namespace hyl::v2::tool {
 namespace {
 
-using host::LightKind;
 using host::LightScene;
 
 constexpr const char* kGroup = "Simulated sensors";
@@ -32,12 +30,12 @@ auto ChangeScene(T LightScene::*field) {
   };
 }
 
-void ChangeKind(const std::string& name) {
-  static const std::map<std::string, LightKind> kinds = {{"daylight", LightKind::kDaylight},
-                                                         {"warm-led", LightKind::kWarmLed},
-                                                         {"fluorescent", LightKind::kFluorescent},
-                                                         {"dark", LightKind::kDark}};
-  ChangeScene (&LightScene::kind)(kinds.at(name));
+void SetScene(const std::string& text) {
+  host::SimulatedHub::Instance().SetScene(*host::ParseScene(text));
+}
+
+std::string CheckScene(const std::string& text) {
+  return host::ParseScene(text) ? "" : fmt::format("'{}' {}", text, host::kNoScene);
 }
 
 [[noreturn]] void ThrowFailure(const std::runtime_error& fault) {
@@ -105,9 +103,12 @@ void AddReplayOptions(CLI::App& app, Context& context) {
 }
 
 void AddSceneOptions(CLI::App& app) {
-  TakeOneOf(app.add_option_function<std::string>("--scene", ChangeKind,
-                                                 "the light that they see; daylight unless given"),
-            "daylight|warm-led|fluorescent|dark")
+  app.add_option_function<std::string>("--scene", SetScene,
+                                       "the light that they see; daylight unless given; takes "
+                                       "numbers, too, as in warm-led,lux=300")
+      ->type_name("daylight|warm-led|fluorescent|dark")
+      ->check(CheckScene)
+      ->envname("HYL_HUB_SCENE")
       ->group(kGroup);
   TakeNumber(app.add_option_function<double>("--lux", ChangeScene(&LightScene::illuminance_lux),
                                              "its level in lux; 500 unless given"),

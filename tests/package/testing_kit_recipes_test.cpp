@@ -7,7 +7,6 @@
 
 #include <android-base/logging.h>
 #include <gtest/gtest.h>
-#include <hyl/host/hooks.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
