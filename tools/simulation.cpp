@@ -54,6 +54,9 @@ class RecordingClock : public Clock {
   int64_t Now() const override { return replay_.Now(); }
 
   int MillisecondsUntil(int64_t time) const override {
+    if (ended()) {
+      return 0;
+    }
     const double due = static_cast<double>(std::min(time, replay_.NextDue())) / speed_;
     return real_time_.MillisecondsUntil(start_ + static_cast<int64_t>(std::min(due, 1e18)));
   }
