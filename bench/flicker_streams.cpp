@@ -60,26 +60,21 @@ std::vector<uint8_t> Mixture(size_t max_groups, uint32_t seed) {
 
 }  // namespace
 
-FlickerStream MainsRipple() {
-  return {"mains ripple", Ripple(600, 100, 1)};
+const std::vector<uint8_t>& MainsRipple() {
+  static const std::vector<uint8_t> stream = Ripple(600, 100, 1);
+  return stream;
 }
-FlickerStream SteepRipple() {
-  return {"steep ripple", Ripple(1000, 95.5, 2)};
+const std::vector<uint8_t>& SteepRipple() {
+  static const std::vector<uint8_t> stream = Ripple(1000, 95.5, 2);
+  return stream;
 }
-FlickerStream HalfAndHalf() {
-  return {"half 1, half 2 groups", Mixture(2, 3)};
+const std::vector<uint8_t>& HalfAndHalf() {
+  static const std::vector<uint8_t> stream = Mixture(2, 3);
+  return stream;
 }
-FlickerStream UniformGroups() {
-  return {"1 to 4 groups", Mixture(4, 4)};
-}
-
-std::vector<uint8_t> RandomBytes(size_t count, uint32_t seed) {
-  std::mt19937 engine(seed);
-  std::vector<uint8_t> bytes(count);
-  for (uint8_t& byte : bytes) {
-    byte = static_cast<uint8_t>(engine());
-  }
-  return bytes;
+const std::vector<uint8_t>& UniformGroups() {
+  static const std::vector<uint8_t> stream = Mixture(4, 4);
+  return stream;
 }
 
 }  // namespace hyl::v2::bench

@@ -32,7 +32,7 @@ class LossCounterTest : public testing::Test {
     hub.Reset();
     hub.UseVirtualClock();
     hub.SetFlickerPacking({FlickerFormatSampleWidth::k16BitsIn2});  // whose numbers are exact
-    HylSpectralApi::Create(&api, &counter, HylLogLevel::kWarning);
+    ASSERT_EQ(HylSpectralApi::Create(&api, &counter, HylLogLevel::kWarning), HylErr::kOk);
   }
   void TearDown() override { HylSpectralApi::Destroy(&api); }
 
@@ -64,7 +64,9 @@ TEST_F(LossCounterTest, CountsEverySampleOfTheChunksThatTheSensorLoses) {
 
 /// Keeps the latest brightness. Tries a second time when the sensor does not start.
 struct Brightness : HylSpectralApiCallbackInterface {
-  Brightness() { HylSpectralApi::Create(&api, this, HylLogLevel::kWarning); }
+  Brightness() {
+    EXPECT_EQ(HylSpectralApi::Create(&api, this, HylLogLevel::kWarning), HylErr::kOk);
+  }
   ~Brightness() override { HylSpectralApi::Destroy(&api); }
 
   HylErr Start() {

@@ -48,11 +48,15 @@ int main() {
   host::SimulatedHub::Instance().SetScene({.kind = host::LightKind::kWarmLed});  // not on a device
   FirstSample sample;
   HylSpectralApi* api = nullptr;
-  HylSpectralApi::Create(&api, &sample, HylLogLevel::kWarning);
+  if (HylSpectralApi::Create(&api, &sample, HylLogLevel::kWarning) != HylErr::kOk) {
+    return 1;
+  }
   auto measured = sample.temperature.get_future();
   uint32_t session = 0;
-  api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
-  const bool came = measured.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+  const HylErr err =
+      api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
+  const bool came =
+      err == HylErr::kOk && measured.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
   if (came) {
     std::printf("colour temperature: %.0f K\n", measured.get());
   }

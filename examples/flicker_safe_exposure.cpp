@@ -45,10 +45,15 @@ int main() {
   std::vector<int> buffer(4096);
   Recorder recorder;
   HylSpectralApi* api = nullptr;
-  HylSpectralApi::Create(&api, &recorder, HylLogLevel::kWarning);
+  if (HylSpectralApi::Create(&api, &recorder, HylLogLevel::kWarning) != HylErr::kOk) {
+    return 1;
+  }
   uint32_t session = 0;
   api->SetFlickerAutoGainEnabled(nullptr, false);  // a change of gain would look like flicker
-  api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session);
+  if (api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session) != HylErr::kOk) {
+    HylSpectralApi::Destroy(&api);
+    return 1;
+  }
   auto rate = recorder.rate_hz.get_future();
   const auto result = rate.wait_for(std::chrono::seconds(5));
   api->DisableFlickerSensor(session);

@@ -21,7 +21,9 @@ struct Printer : HylSpectralApiCallbackInterface {
 int main() {
   Printer printer;  // outlives the instance
   HylSpectralApi* api = nullptr;
-  HylSpectralApi::Create(&api, &printer, HylLogLevel::kWarning);
+  if (HylSpectralApi::Create(&api, &printer, HylLogLevel::kWarning) != HylErr::kOk) {
+    return 1;
+  }
   for (const HylString& name : api->GetAmbientLightSensorNames()) {
     std::printf("%s\n", name.c_str());
   }

@@ -244,7 +244,7 @@ TEST_F(AbiTest, DestructorsComeLast) {
   static_assert(std::size(kOperations) == kComplete, "operations.h has them all");
   for (const size_t slot : {kComplete, kDeleting}) {
     HylSpectralApi* api = nullptr;
-    HylSpectralApi::Create(&api, nullptr, HylLogLevel::kInfo);
+    ASSERT_EQ(HylErr::kOk, HylSpectralApi::Create(&api, nullptr, HylLogLevel::kInfo));
     CallSlot<void>(api, slot);
     EXPECT_EQ(0, framework.live_apis()) << "slot " << slot;
     if (slot == kComplete) {

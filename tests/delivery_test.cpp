@@ -199,8 +199,8 @@ TEST_P(DestroyTest, LateMessagesAreDroppedInSilence) {
   Service::AsyncCallbacks* const object = ObjectOf(way);
   object->OnResponse(nullptr);
   object->OnError(HylErr{3});
-  for (const int type : {2, 9, 64, 66}) {
-    const BareMessage message(type);
+  for (const uint32_t type : {2U, 9U, 64U, 66U}) {
+    const StatusReply message(type);
     object->OnResponse(&message);
   }
   EXPECT_THAT(TakeIds(), IsEmpty());

@@ -153,7 +153,7 @@ class Script {
     if (fault_ == Fault::kReplyDoubled) {
       replies.push_back(std::move(ScriptedFramework::Echo(call)[0]));
     } else if (fault_ == Fault::kReplyUnknown) {
-      replies[0] = std::make_unique<BareMessage>(99);
+      replies[0] = std::make_unique<StatusReply>(99);
     } else {
       late_ = {call.handle, std::move(replies[0])};
       replies.clear();

@@ -82,8 +82,8 @@ TEST_F(FlickerMessagesTest, MessagesThatBringNothing) {
   framework.Deliver(kFlicker, data);
   EXPECT_THAT(log.Take(), ElementsAre(Error("Flicker data msg without data (size:8)")));
   framework.Deliver(kFlicker, FlickerDataMessage({}));
-  for (const int type : {0, 2, 3, 4, 7, 8, 64, 67, 255}) {
-    framework.Deliver(kFlicker, BareMessage(type));
+  for (const uint32_t type : {0U, 2U, 3U, 4U, 7U, 8U, 64U, 67U, 255U}) {
+    framework.Deliver(kFlicker, StatusReply(type));
   }
   const ScriptedFramework::Callbacks object = framework.CallbacksOf(kFlicker);
   object->OnResponse(nullptr);

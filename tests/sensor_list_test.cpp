@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include <hyl/host/hooks.h>
+#include <hyl/host/scripted_framework.h>
 #include <hyl/internal/sensor_info_mgr.h>
 
 #include "library_test.h"

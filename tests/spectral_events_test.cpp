@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <hyl/host/hooks.h>
+#include <hyl/host/scripted_framework.h>
 #include <hyl/time.h>
 
 #include "library_test.h"
@@ -130,12 +130,12 @@ TEST_P(SpectralEventsTest, OtherMessagesChangeNothing) {
   framework.CallbacksOf(GetParam())->OnError(HylErr{9});
   framework.CallbacksOf(GetParam())->OnAuxiliaryEvent();
   EXPECT_THAT(log.Take(), IsEmpty());
-  std::vector<int> unsupported = {0, 1, 5, 6, 9, 65, 66, 255};
+  std::vector<uint32_t> unsupported = {0, 1, 5, 6, 9, 65, 66, 255};
   if (GetParam() != kRearContinuous) {
     unsupported.push_back(64);  // a setting's reply
   }
-  for (const int type : unsupported) {
-    Deliver(BareMessage(type));
+  for (const uint32_t type : unsupported) {
+    Deliver(StatusReply(type));
     EXPECT_THAT(log.Take(), ElementsAre(Error(Text("Unsupported request type:%d\n", type))));
   }
   EXPECT_THAT(Values(SpectralMessage({1})), ElementsAre(std::vector<float>{1}));

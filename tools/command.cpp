@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <exception>
 #include <sstream>
 #include <string_view>
 
 #include <android-base/logging.h>
 #include <fmt/format.h>
+#include <hyl/hyl_spectral_api.h>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
@@ -41,6 +44,7 @@ void AddCommandLine(CLI::App& app, Context& context) {
                            "how to print; text unless given; csv for samples alone"),
             "text|json|csv");
   AddSceneOptions(app);
+  AddReplayOptions(app, context);
   app.require_subcommand(1);
   app.fallthrough();
   app.parse_complete_callback([&] {
@@ -49,20 +53,28 @@ void AddCommandLine(CLI::App& app, Context& context) {
         !app.got_subcommand("flicker")) {
       throw Failure(ExitCode::kUsage, "csv is for stream and flicker; choose text or json");
     }
+    if (!context.clock->header().empty() &&
+        (app.got_subcommand("get") || app.got_subcommand("set"))) {
+      throw Failure(ExitCode::kUsage, "a recording has no settings but those in its first line");
+    }
   });
   AddListCommand(app, context);
   AddStreamCommand(app, context);
   AddFlickerCommand(app, context);
+  AddRecordCommand(app, context);
   AddGetCommand(app, context);
   AddSetCommand(app, context);
   for (CLI::App* const command : app.get_subcommands({})) {
     command->footer(command->get_footer() + "\nOptions of all commands: hyl-spectral --help");
   }
+  // What may keep Ctrl-C waiting: the library's look for sensors, or for a reply.
+  const std::chrono::seconds most =
+      std::chrono::ceil<std::chrono::seconds>(std::max(kDiscoveryTimeLimit, kReplyTimeLimit));
   app.footer(
-      "Ctrl-C ends a run; where the sensor framework does not answer, that takes up to 5 s.\n"
-      "NO_COLOR in the environment turns colours off, TERM=dumb all drawing.\n"
-      "\nExample: hyl-spectral list\n\n" +
-      ExitCodesHelp());
+      fmt::format("Ctrl-C ends a run; where the sensor framework does not answer, that takes up to "
+                  "{} s.\nNO_COLOR in the environment turns colours off, TERM=dumb all drawing.\n"
+                  "\nExample: hyl-spectral list\n\n{}",
+                  most.count(), ExitCodesHelp()));
 }
 
 /// What --help and --version print.

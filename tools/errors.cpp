@@ -1,8 +1,6 @@
 #include "errors.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <utility>
 
 #include <fmt/format.h>
@@ -19,36 +17,22 @@ constexpr std::pair<ExitCode, const char*> kExitCodeTexts[] = {
     {ExitCode::kFramework, "the sensor framework is missing, or refused"},
     {ExitCode::kOutput, "the output or the picture could not be written"},
     {ExitCode::kLost, "the sensor was lost: it no longer sends anything"},
+    {ExitCode::kRecording, "the recording cannot be replayed"},
 };
 
-/// A result of the library in words.
-struct ResultText {
-  HylErr result;
-  ExitCode exit_code;
-  const char* name;
-  const char* meaning;
-  const char* advice;  // what to do next
-};
-
-constexpr ResultText kResultTexts[] = {
-    {HylErr::kFailed, ExitCode::kFramework, "kFailed",
-     "the sensor framework is not reachable or did not answer",
-     "check that its service runs, then try again (-v shows the log)"},
-    {HylErr::kNotFound, ExitCode::kNotFound, "kNotFound", "there is no such sensor or session",
-     "'hyl-spectral list' shows the names"},
-    {HylErr::kInvalidArgument, ExitCode::kFramework, "kInvalidArgument",
-     "a value is not one that the sensor takes", "'hyl-spectral set --help' tells what it takes"},
-    {HylErr::kNullPointer, ExitCode::kInternal, "kNullPointer", "a place for the result is missing",
-     "report this as a fault of the tool"},
-    {HylErr::kNoSession, ExitCode::kAlreadyRunning, "kNoSession", "all sessions are taken",
-     "disable a running sensor, then try again"},
-    {HylErr::kAlreadyRunning, ExitCode::kAlreadyRunning, "kAlreadyRunning",
-     "the sensor is running already", "end the session that runs it, then try again"},
-};
-
-constexpr ResultText kFrameworkCode = {
-    HylErr{}, ExitCode::kFramework, "framework code", "the sensor framework refused",
-    "try again, and look the code up in the framework's documentation if it stays"};
+ExitCode ExitCodeOf(HylErr result) {
+  switch (result) {
+    case HylErr::kNotFound:
+      return ExitCode::kNotFound;
+    case HylErr::kNullPointer:
+      return ExitCode::kInternal;
+    case HylErr::kNoSession:
+    case HylErr::kAlreadyRunning:
+      return ExitCode::kAlreadyRunning;
+    default:
+      return ExitCode::kFramework;
+  }
+}
 
 }  // namespace
 
@@ -61,15 +45,10 @@ std::string ExitCodesHelp() {
 }
 
 void Require(HylErr result, const std::string& action) {
-  if (result == HylErr::kOk) {
-    return;
+  if (result != HylErr::kOk) {
+    throw Failure(ExitCodeOf(result),
+                  fmt::format("{} ({}): {}", action, NameOf(result), AdviceOf(result)));
   }
-  const ResultText* const found =
-      std::find_if(std::begin(kResultTexts), std::end(kResultTexts),
-                   [=](const ResultText& text) { return text.result == result; });
-  const ResultText& text = found != std::end(kResultTexts) ? *found : kFrameworkCode;
-  throw Failure(text.exit_code, fmt::format("{}: {} ({}, {}); {}", action, text.meaning, text.name,
-                                            static_cast<int>(result), text.advice));
 }
 
 void PrintNotice(const std::string& line) {

@@ -7,7 +7,6 @@
 
 #include <android-base/logging.h>
 #include <gtest/gtest.h>
-#include <hyl/host/hooks.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
@@ -33,7 +32,9 @@ class Recipes : public testing::Test {
     host::SimulatedHub::Instance().Reset();
   }
 
-  void Create() { HylSpectralApi::Create(&api, &client, HylLogLevel::kWarning); }
+  void Create() {
+    ASSERT_EQ(HylSpectralApi::Create(&api, &client, HylLogLevel::kWarning), HylErr::kOk);
+  }
 
   HylErr Start(const char* name) {
     return api->EnableAmbientLightSensor(name, session, SensorReportingMode::kContinuous);

@@ -94,7 +94,7 @@ inline std::unique_ptr<Message> AnyMessage(Input& input) {
     case 66:
       return AnyFlickerFormat(input);
     default:
-      return std::make_unique<BareMessage>(type);
+      return std::make_unique<StatusReply>(type);
   }
 }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -77,10 +78,31 @@ void LogToStderr(LogId /*id*/, LogSeverity severity, const char* tag, const char
   WriteToStderr(text);
 }
 
+/// The lowest severity to log at first: what HYL_LOG says, or INFO. A wrong value is told to
+/// standard error, without memory from the heap.
+LogSeverity InitialSeverity() {
+  constexpr std::string_view kNames[] = {"verbose", "debug", "info", "warning", "error", "fatal"};
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
+  const char* const wanted = std::getenv("HYL_LOG");
+  if (wanted == nullptr || *wanted == '\0') {
+    return INFO;
+  }
+  for (int severity = VERBOSE; severity <= FATAL_WITHOUT_ABORT; ++severity) {
+    if (wanted == kNames[severity]) {
+      return static_cast<LogSeverity>(severity);
+    }
+  }
+  dprintf(
+      STDERR_FILENO,
+      "HYL_LOG: '%s' is no severity; it must be verbose, debug, info, warning, error or fatal\n",
+      wanted);
+  return INFO;
+}
+
 struct LoggerState {
   std::mutex mutex;
   std::shared_ptr<const LogFunction> logger;  // guarded by mutex; null for LogToStderr
-  std::atomic<LogSeverity> minimum_severity = INFO;
+  std::atomic<LogSeverity> minimum_severity = InitialSeverity();
 };
 
 /// Never destroyed, so that threads and static destructors can log until the process is gone. Takes

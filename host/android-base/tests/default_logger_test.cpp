@@ -99,6 +99,23 @@ TEST(DefaultLoggerDeathTest, LogsWhileStaticsAreDestroyed) {
   EXPECT_EXIT(ExitWithLoggingDestructor(), testing::ExitedWithCode(0), "first use(.|\n)*at exit");
 }
 
+TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
+  const struct {
+    const char* value;
+    LogSeverity severity;
+    const char* printed;
+  } kCases[] = {{"verbose", VERBOSE, "^$"},
+                {"warning", WARNING, "^$"},
+                {"fatal", FATAL_WITHOUT_ABORT, "^$"},
+                {"", INFO, "^$"},
+                {"Error", INFO, "HYL_LOG: 'Error' is no severity; it must be verbose,"}};
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
+  for (const auto& [value, severity, printed] : kCases) {
+    setenv("HYL_LOG", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    EXPECT_EXIT(std::exit(GetMinimumLogSeverity()), testing::ExitedWithCode(severity), printed);
+  }
+}
+
 TEST(DefaultLoggerDeathTest, FatalAbortsAfterLogging) {
   EXPECT_DEATH({ Log(FATAL, "last words"); }, " F .*last words");
   EXPECT_DEATH(

@@ -1,4 +1,5 @@
 #include <android-base/logging.h>
+#include <android-base/stringprintf.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 
@@ -106,10 +107,6 @@ TEST_F(LoggingTest, MinimumSeverityDecidesWhatIsLogged) {
   }
 }
 
-TEST_F(LoggingTest, InfoIsTheMinimumAtFirst) {
-  EXPECT_EQ(SetMinimumLogSeverity(ERROR), INFO);
-}
-
 TEST_F(LoggingTest, LoggerMayLogAndReplaceItself) {
   std::vector<std::string> seen;
   SetLogger([&seen](LogId, LogSeverity, const char*, const char*, unsigned, const char* message) {
@@ -175,6 +172,13 @@ TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {
     thread.join();
   }
   EXPECT_EQ(count, kThreads * kEntries);
+}
+
+TEST(StringPrintfTest, FormatsTextOfAnyLength) {
+  EXPECT_EQ(StringPrintf("%s", ""), "");
+  EXPECT_EQ(StringPrintf("%s%d:%u", "rear", -12, 34U), "rear-12:34");
+  const std::string long_text(100'000, 'x');
+  EXPECT_EQ(StringPrintf("<%s>", long_text.c_str()), "<" + long_text + ">");
 }
 
 }  // namespace

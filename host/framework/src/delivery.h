@@ -9,8 +9,8 @@
 #include <mutex>
 #include <vector>
 
+#include <hyl/api.h>
 #include <hyl/message.h>
-#include <hyl/service.h>
 
 #include "settings.h"
 

@@ -120,9 +120,8 @@ std::vector<uint8_t> FlickerPacker::PackUncompressed(std::span<const int32_t> sa
 }
 
 uint32_t FlickerPacker::AddPadding(uint32_t field) {
-  junk_ = junk_ * 1664525U + 1013904223U;
   const uint32_t field_mask = (0xFFFFFFFFU >> (32 - SampleBits())) << packing_.lsb;
-  return ((field << packing_.lsb) & field_mask) | (junk_ & ~field_mask);
+  return ((field << packing_.lsb) & field_mask) | (static_cast<uint32_t>(junk_()) & ~field_mask);
 }
 
 void FlickerPacker::PutBytes(uint32_t value, uint32_t count, std::vector<uint8_t>& bytes) const {

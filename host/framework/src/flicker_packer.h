@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <random>
 #include <span>
 #include <vector>
 
@@ -39,7 +40,7 @@ class FlickerPacker {
 
   FlickerPacking packing_;              // a valid one
   uint32_t sample_bytes_;               // of the fixed-width formats
-  uint32_t junk_ = 1;                   // fills the padding bits; the same in every run
+  std::mt19937 junk_;                   // fills the padding bits; the same in every run
   int32_t last_sample_ = 0;             // compressed-1: what the next difference is taken from
   uint32_t begun_count_ = 0;            // compressed-1: chunks that ended in a value just begun
   std::vector<uint8_t> rest_of_value_;  // compressed-1: of a value begun in the chunk before

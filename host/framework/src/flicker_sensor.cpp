@@ -1,12 +1,75 @@
 #include "flicker_sensor.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numbers>
 #include <utility>
 
 #include <hyl/host/messages.h>
 
 namespace hyl::v2::host {
 namespace {
+
+/// Tells this sensor's noise from that of the ambient-light sensors.
+constexpr uint32_t kNoiseStream = 2;
+constexpr double kReadNoiseVariance = 0.01;      // lux^2
+constexpr double kPhotonVariancePerLux = 0.005;  // lux
+
+constexpr double kFullScaleLux = 2000;  // at gain 1
+constexpr double kMinAutoGain = 1.0 / 1024;
+constexpr double kMaxAutoGain = 1024;
+constexpr double kTooBright = 0.9;  // of full scale
+constexpr double kTooDim = 0.3;
+
+constexpr double kSteadyPercent = 0.5;
+/// Automatic gain settles within as many chunks.
+constexpr int kSettlingChunks = 12;
+
+/// Standard deviation of a sample's noise under that much light, in lux. Its variance grows with
+/// the light, as that of counted photons does.
+double NoiseDeviation(double lux) {
+  return std::sqrt(kReadNoiseVariance + kPhotonVariancePerLux * lux);
+}
+
+/// The time of a sample, counted from 0 at the sensor's start, in seconds after that start.
+double TimeOf(uint64_t sample) {
+  return static_cast<double>(sample + 1) / kFlickerSampleRateHz;
+}
+
+double DepthPercent(Conditions conditions) {
+  constexpr uint64_t kSamples = kFlickerSampleRateHz / 10;
+  conditions.scene.drift_period_s = 0;  // drift is not flicker
+  double low = std::numeric_limits<double>::max();
+  double high = 0;
+  for (uint64_t sample = 0; sample < kSamples; ++sample) {
+    const double lux = LightOnFlickerSensor(conditions, TimeOf(sample));
+    low = std::min(low, lux);
+    high = std::max(high, lux);
+  }
+  return high > 0 ? 100 * (high - low) / (high + low) : 0;
+}
+
+uint32_t SaturatedPermille(const Conditions& conditions) {
+  constexpr int kBits = 12;
+  FlickerSignal signal(conditions.scene.seed, kBits);
+  for (int i = 0; i < kSettlingChunks; ++i) {
+    signal.NextChunk(conditions);
+  }
+  return 1000 * signal.Saturated() / kFlickerSamplesPerChunk;
+}
+
+/// The harmonic, 2 or 3, that is stronger in a square wave of this duty.
+int StrongerHarmonic(double duty) {
+  const auto strength = [duty](int n) {
+    return std::abs(std::sin(std::numbers::pi * n * duty)) / n;
+  };
+  return strength(2) >= strength(3) ? 2 : 3;
+}
+
+uint32_t Hertz(double hz) {
+  return static_cast<uint32_t>(std::lround(hz));
+}
 
 /// A client that misses a format message waits for at most a tenth of a second.
 constexpr uint64_t kTicksPerFormat = 10;
@@ -35,6 +98,45 @@ FlickerFormatMessage FormatMessage(const FlickerPacking& packing) {
 }
 
 }  // namespace
+
+FlickerSignal::FlickerSignal(uint64_t seed, int bits)
+    : full_scale_(std::exp2(bits - 1)), noise_(MakeNoise(seed, kNoiseStream, 0)) {}
+
+std::vector<int32_t> FlickerSignal::NextChunk(const Conditions& conditions) {
+  SetGain(conditions);
+  peak_ = -1;
+  saturated_ = 0;
+  const double pedestal = conditions.settings.flicker.pedestal / 256.0;
+  std::vector<int32_t> samples(kFlickerSamplesPerChunk);
+  for (int32_t& sample : samples) {
+    const double lux = LightOnFlickerSensor(conditions, TimeOf(sample_count_++));
+    sample = Convert(lux + normal_(noise_) * NoiseDeviation(lux), pedestal);
+  }
+  return samples;
+}
+
+void FlickerSignal::SetGain(const Conditions& conditions) {
+  const FlickerSettings& settings = conditions.settings.flicker;
+  if (!settings.auto_gain || !automatic_) {
+    gain_ = settings.gain * ShareOfChannel(conditions.scene.kind, settings.channel);
+  } else if (peak_ > kTooBright && gain_ > kMinAutoGain) {
+    gain_ /= 2;
+  } else if (peak_ < kTooDim && gain_ < kMaxAutoGain) {
+    gain_ *= 2;
+  }
+  automatic_ = settings.auto_gain;
+}
+
+int32_t FlickerSignal::Convert(double lux, double pedestal) {
+  const double level = lux / kFullScaleLux * gain_ - pedestal;
+  const double value = std::floor(level * full_scale_);
+  const double limited = std::clamp(value, -full_scale_, full_scale_ - 1);
+  if (value != limited) {
+    ++saturated_;
+  }
+  peak_ = std::max(peak_, level);
+  return static_cast<int32_t>(limited);
+}
 
 FlickerSensor::FlickerSensor(uint64_t seed, const FlickerPacking& packing,
                              const FlickerFaults& faults)
@@ -112,6 +214,20 @@ std::vector<int32_t> FlickerSensor::History(int bits) const {
   std::transform(history_.begin(), history_.end(), scaled.begin(),
                  [shift](int32_t sample) { return Scale(sample, shift); });
   return scaled;
+}
+
+void MeasureFlicker(const Conditions& conditions, RlsMsgAccessResp& reply) {
+  const LightScene& scene = conditions.scene;
+  const double depth = DepthPercent(conditions);
+  reply.metric_byte = static_cast<uint8_t>(std::lround(depth));
+  reply.saturation = SaturatedPermille(conditions);
+  if (depth > kSteadyPercent && scene.kind == LightKind::kFluorescent) {
+    reply.metric0 = Hertz(2 * scene.mains_hz);
+    reply.metric1 = Hertz(4 * scene.mains_hz);
+  } else if (depth > kSteadyPercent && scene.kind == LightKind::kWarmLed) {
+    reply.metric0 = Hertz(scene.pwm_hz);
+    reply.metric1 = Hertz(StrongerHarmonic(scene.pwm_duty) * scene.pwm_hz);
+  }
 }
 
 }  // namespace hyl::v2::host

@@ -3,11 +3,14 @@
 #include <cstdint>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <vector>
+
+#include <hyl/rls_msg_access.h>
 
 #include "delivery.h"
 #include "flicker_packer.h"
-#include "flicker_signal.h"
+#include "light.h"
 
 namespace hyl::v2::host {
 
@@ -16,6 +19,38 @@ inline constexpr int64_t kFlickerChunkNs = 10000000;
 /// The number of late chunks that the flicker sensor holds. When a client is later than that, the
 /// sensor pauses: what it would have measured is missing, without a trace in the stream.
 inline constexpr uint64_t kFlickerBacklog = 50;
+
+inline constexpr uint32_t kFlickerSampleRateHz = 24000;
+inline constexpr uint32_t kFlickerSamplesPerChunk = kFlickerSampleRateHz / 100;
+
+/// What the flicker sensor measures: the light with noise, amplified and digitised.
+class FlickerSignal {
+ public:
+  /// `bits`: width of the samples, 1 to 32.
+  FlickerSignal(uint64_t seed, int bits);
+
+  /// The samples of the next 10 ms. The gain is the one set or, with automatic gain, one that
+  /// starts there and follows the light in steps of two, from chunk to chunk.
+  std::vector<int32_t> NextChunk(const Conditions& conditions);
+
+  /// The gain in force.
+  double Gain() const { return gain_; }
+  /// Samples of the latest chunk that met the limits of the converter's range.
+  uint32_t Saturated() const { return saturated_; }
+
+ private:
+  void SetGain(const Conditions& conditions);
+  int32_t Convert(double lux, double pedestal);
+
+  const double full_scale_;  // 2^(bits - 1)
+  uint64_t sample_count_ = 0;
+  NoiseEngine noise_;
+  std::normal_distribution<double> normal_;
+  double gain_ = 1;  // at 1, the converter's full scale is 2000 lx
+  bool automatic_ = false;
+  double peak_ = 0;  // highest of the latest chunk, in units of full scale
+  uint32_t saturated_ = 0;
+};
 
 /// One run of the flicker sensor, from start to stop: at each tick it measures, packs, damages
 /// where asked to, and delivers a chunk of data, and the format before every tenth.
@@ -40,7 +75,7 @@ class FlickerSensor {
     /// Of the first byte in the sensor's data stream, in which lost chunks count; wraps at 2^32.
     uint32_t offset;
     bool restart;
-    int saturated;  // samples that met the limits of the range
+    uint32_t saturated;  // samples that met the limits of the range
   };
 
   std::optional<Chunk> NextChunk(const Conditions& conditions);
@@ -60,5 +95,10 @@ class FlickerSensor {
   mutable std::mutex history_mutex_;  // innermost lock, taken without the hub mutex
   std::vector<int32_t> history_;      // guarded by history_mutex_; in the packer's width
 };
+
+/// Puts into `reply` what the flicker sensor finds out about the light by itself: the frequencies
+/// of the strongest component and of its strongest harmonic (0 for steady light), the depth, (max -
+/// min) / (max + min), in percent, and the clipped samples per thousand.
+void MeasureFlicker(const Conditions& conditions, RlsMsgAccessResp& reply);
 
 }  // namespace hyl::v2::host

@@ -1,19 +1,82 @@
-// The framework's small types: heap, messages, mutex, requests, sensor events, time.
+// The framework's small types: heap, messages, mutex, requests, events, string, time, vector.
 #include <algorithm>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <functional>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <utility>
 
 #include <hyl/heap.h>
 #include <hyl/host/messages.h>
-#include <hyl/hyl_assert.h>
+#include <hyl/host/scripted_framework.h>
+#include <hyl/hyl_string.h>
 #include <hyl/message.h>
 #include <hyl/mutex.h>
 #include <hyl/ref_counted_sensor_event.h>
+#include <hyl/reffed_ptr.h>
 #include <hyl/request.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/time.h>
+#include <hyl/vector.h>
 
 namespace hyl::v2 {
+namespace {
+
+char* NewChars(size_t size) {
+  return static_cast<char*>(::operator new(size, std::nothrow));
+}
+
+/// The length of the formatted text; negative when it cannot be formatted.
+[[gnu::format(printf, 1, 0)]] int FormattedLength(const char* format, va_list args) {
+  va_list copy;
+  va_copy(copy, args);
+  const int length = std::vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  return length;
+}
+
+constexpr size_t kMinElems = 16;
+/// The framework's heaps give no larger block. Also keeps byte counts from overflowing.
+constexpr size_t kMaxBytes = size_t{1} << 30;
+
+char* ElemAt(void* data, size_t index, size_t elem_size) {
+  return static_cast<char*>(data) + index * elem_size;
+}
+
+/// How many elements to make room for, so that appending one at a time costs few moves.
+size_t GrownCapacity(size_t capacity, size_t wanted, size_t max) {
+  return std::min(std::max({kMinElems, 2 * capacity, wanted}), max);
+}
+
+struct GrowthHook {
+  std::mutex mutex;             // guards `fails`
+  std::function<bool()> fails;  // empty when there is none
+};
+
+/// Keeps vectors from taking the hook's mutex when there is no hook.
+std::atomic<bool> growth_hook_set{false};
+
+GrowthHook& TheGrowthHook() {
+  static GrowthHook* const hook = new GrowthHook;  // never destroyed: vectors outlive statics
+  return *hook;
+}
+
+/// Whether a test wants this growth of a vector to fail.
+bool GrowthFails() {
+  if (!growth_hook_set.load(std::memory_order_relaxed)) [[likely]] {
+    return false;
+  }
+  std::unique_lock lock(TheGrowthHook().mutex);
+  const std::function<bool()> fails = TheGrowthHook().fails;
+  lock.unlock();
+  return fails && fails();
+}
+
+}  // namespace
 
 // NOLINTNEXTLINE(cert-dcl54-cpp): creating such objects is the framework's own affair
 void HeapAllocable::operator delete(void* object) {
@@ -117,6 +180,100 @@ void RefCountedSensorEvent::Unref() const {
   }
 }
 
+HylString& HylString::operator=(HylString&& other) noexcept {
+  if (this != &other) {
+    clear();
+    Swap(other);
+  }
+  return *this;
+}
+
+void HylString::assign(const char* text) {
+  const size_t size = text != nullptr ? std::strlen(text) : 0;
+  char* const fresh = size > 0 ? NewChars(size + 1) : nullptr;  // `text` may lie in the old one
+  if (fresh != nullptr) {
+    std::memcpy(fresh, text, size + 1);
+  }
+  clear();
+  if (fresh != nullptr) {
+    chars_ = fresh;
+    size_ = size;
+    capacity_ = size + 1;
+  }
+}
+
+void HylString::clear() {
+  ::operator delete(chars_);
+  chars_ = nullptr;
+  size_ = 0;
+  capacity_ = 0;
+}
+
+// The new text is always written to new storage: the arguments may point into this string.
+void HylString::appendf(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  if (const int length = FormattedLength(format, args); length > 0) {
+    const size_t capacity = size_ + static_cast<size_t>(length) + 1;
+    if (char* const fresh = NewChars(capacity); fresh != nullptr) {
+      std::memcpy(fresh, c_str(), size_);
+      static_cast<void>(std::vsnprintf(fresh + size_, capacity - size_, format, args));
+      const size_t size = capacity - 1;
+      clear();
+      chars_ = fresh;
+      size_ = size;
+      capacity_ = capacity;
+    }
+  }
+  va_end(args);
+}
+
+VectorBase::~VectorBase() = default;
+
+HylErr VectorBase::Resize(size_t new_count, size_t elem_size, HylHeapEnum heap) {
+  while (count_ > new_count) {
+    DestroyElem(ElemAt(data_, --count_, elem_size));
+  }
+  if (count_ == new_count) {
+    return HylErr::kOk;
+  }
+  const size_t max_count = elem_size > 0 ? kMaxBytes / elem_size : 0;
+  if (heap != HylHeapEnum::kDefault || new_count > max_count || GrowthFails()) {
+    return HylErr::kFailed;
+  }
+  if (new_count > reserved_) {
+    const size_t capacity = GrownCapacity(reserved_, new_count, max_count);
+    void* const fresh = ::operator new(capacity* elem_size, std::nothrow);
+    if (fresh == nullptr) {
+      return HylErr::kFailed;
+    }
+    for (size_t i = 0; i < count_; ++i) {
+      MoveElem(ElemAt(data_, i, elem_size), ElemAt(fresh, i, elem_size));
+    }
+    ::operator delete(data_);
+    data_ = fresh;
+    reserved_ = capacity;
+  }
+  char* const end = ElemAt(data_, new_count, elem_size);
+  for (char* elem = ElemAt(data_, count_, elem_size); elem != end; elem += elem_size) {
+    ConstructElem(elem);
+  }
+  count_ = new_count;
+  return HylErr::kOk;
+}
+
+void VectorBase::DestroyVector(size_t elem_size) {
+  char* const begin = ElemAt(data_, 0, elem_size);
+  for (char* elem = ElemAt(data_, count_, elem_size); elem != begin;) {
+    elem -= elem_size;
+    DestroyElem(elem);
+  }
+  ::operator delete(data_);
+  data_ = nullptr;
+  count_ = 0;
+  reserved_ = 0;
+}
+
 namespace host {
 
 SensorEventPtr MakeEventChain(const std::vector<SensorEvent>& events) {
@@ -136,6 +293,12 @@ SensorEventPtr MakeEventChain(const std::vector<SensorEvent>& events) {
     chain = SensorEventPtr(event);
   }
   return chain;
+}
+
+void FailVectorGrowth(std::function<bool()> fails) {
+  const std::lock_guard lock(TheGrowthHook().mutex);
+  growth_hook_set.store(static_cast<bool>(fails), std::memory_order_relaxed);
+  TheGrowthHook().fails.swap(fails);
 }
 
 }  // namespace host

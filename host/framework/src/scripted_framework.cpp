@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <string>
 
-#include <hyl/host/hooks.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
@@ -87,8 +86,8 @@ class ScriptedFramework::Connection final : public Api {
                        .handle = handle,
                        .type = type,
                        .request = CopyOf(request),
-                       .callbacks = callbacks.get(),
-                       .result = framework_.NextResult()};
+                       .callbacks = callbacks.get()};
+    call.result = framework_.NextResult(call);
     framework_.Note(call);
     if (call.result == HylErr::kOk && hub_ != nullptr) {
       call.result = hub_->InvokeAsyncServiceCall(handle, type, request, callbacks);
@@ -109,7 +108,6 @@ ScriptedFramework::ScriptedFramework() {
   SetSensorList(DefaultSensors());
   t_own = this;
   latest = this;
-  SetApiFactory(CreateForThisThread);
 }
 
 ScriptedFramework::~ScriptedFramework() {
@@ -124,11 +122,6 @@ ScriptedFramework::~ScriptedFramework() {
   if (answer_thread_.joinable()) {
     answer_thread_.join();
   }
-}
-
-std::unique_ptr<Api> ScriptedFramework::CreateForThisThread(ClientType type) {
-  ScriptedFramework* const framework = t_own != nullptr ? t_own : latest.load();
-  return framework != nullptr ? framework->Create(type) : SimulatedHub::Instance().Connect(type);
 }
 
 HylErr ScriptedFramework::Results::Next() {
@@ -154,6 +147,11 @@ void ScriptedFramework::RefuseInvoke(int n, HylErr result) {
   invokes_.Plan(n, result);
 }
 
+void ScriptedFramework::RefuseIf(std::function<HylErr(const FrameworkCall&)> judge) {
+  const std::lock_guard lock(mutex_);
+  judge_ = std::move(judge);
+}
+
 void ScriptedFramework::UseSimulatedHub() {
   SetSensorList(SimulatedHub::Instance().Connect(ClientType::kSpectral)->GetSensorList());
   const std::lock_guard lock(mutex_);
@@ -174,11 +172,10 @@ void ScriptedFramework::SetHook(Hook hook) {
   hook_ = std::move(hook);
 }
 
-void ScriptedFramework::AnswerWith(Answer answer, Delivery delivery) {
+void ScriptedFramework::AnswerWith(Answer answer) {
   const std::lock_guard lock(mutex_);
   answer_ = std::move(answer);
-  delivery_ = delivery;
-  if (delivery == Delivery::kOnThread && !answer_thread_.joinable()) {
+  if (!answer_thread_.joinable()) {
     answer_thread_ = std::thread([this] { DeliverHeld(); });
   }
 }
@@ -257,7 +254,7 @@ void ScriptedFramework::Deliver(uint32_t handle, const Message& message) {
   callbacks->OnResponse(&message);
 }
 
-std::unique_ptr<Api> ScriptedFramework::Create(ClientType type) {
+std::unique_ptr<Api> ScriptedFramework::Connect(ClientType type) {
   FrameworkCall call{.kind = FrameworkCall::Kind::kCreate, .type = static_cast<uint32_t>(type)};
   bool use_hub = false;
   {
@@ -288,37 +285,32 @@ std::vector<SensorListEntry> ScriptedFramework::GetSensorList(int api) {
   return list(query);
 }
 
-HylErr ScriptedFramework::NextResult() {
-  const std::lock_guard lock(mutex_);
-  return invokes_.Next();
+HylErr ScriptedFramework::NextResult(const FrameworkCall& call) {
+  std::function<HylErr(const FrameworkCall&)> judge;
+  HylErr planned = HylErr::kOk;
+  {
+    const std::lock_guard lock(mutex_);
+    planned = invokes_.Next();
+    judge = judge_;
+  }
+  return planned == HylErr::kOk && judge ? judge(call) : planned;
 }
 
 void ScriptedFramework::Accept(const FrameworkCall& call, const Callbacks& callbacks) {
-  Messages within_call;
   Callbacks replaced = callbacks;  // freed without the lock
-  {
-    const std::lock_guard lock(mutex_);
-    callbacks_[call.handle].swap(replaced);
-    if (call.As<RlsMsgAccessReq>() == nullptr) {
-      const std::pair request(call.handle, call.client_id());
-      std::erase(running_, request);
-      if (call.As<StopSamplingReq>() == nullptr) {
-        running_.push_back(request);
-      }
-    }
-    Messages answers = answer_ && callbacks != nullptr ? answer_(call) : Messages();
-    if (delivery_ == Delivery::kWithinCall) {
-      within_call = std::move(answers);
-    } else {
-      for (auto& message : answers) {
-        held_.push_back({callbacks, std::move(message)});
-      }
-      changed_.notify_all();
+  const std::lock_guard lock(mutex_);
+  callbacks_[call.handle].swap(replaced);
+  if (call.As<RlsMsgAccessReq>() == nullptr) {
+    const std::pair request(call.handle, call.client_id());
+    std::erase(running_, request);
+    if (call.As<StopSamplingReq>() == nullptr) {
+      running_.push_back(request);
     }
   }
-  for (const auto& message : within_call) {
-    callbacks->OnResponse(message.get());
+  for (auto& message : answer_&& callbacks != nullptr ? answer_(call) : Messages()) {
+    held_.push_back({callbacks, std::move(message)});
   }
+  changed_.notify_all();
 }
 
 void ScriptedFramework::Destroyed(int api) {
@@ -362,3 +354,10 @@ void ScriptedFramework::DeliverHeld() {
 }
 
 }  // namespace hyl::v2::host
+
+std::unique_ptr<hyl::v2::Api> hyl::v2::Api::Create(ClientType type) {
+  host::ScriptedFramework* const own = host::t_own;
+  host::ScriptedFramework* const framework = own != nullptr ? own : host::latest.load();
+  return framework != nullptr ? framework->Connect(type)
+                              : host::SimulatedHub::Instance().Connect(type);
+}

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <iterator>
 
-#include "flicker_signal.h"
+#include "flicker_sensor.h"
 
 namespace hyl::v2::host {
 namespace {
@@ -35,14 +35,6 @@ void WriteRegister(const RlsMsgAccessReq& request, Settings& settings) {
   if (request.reg_addr != kIdRegister && request.reg_addr != kRevisionRegister) {
     settings.registers[request.reg_addr] = request.value8;
   }
-}
-
-void ReadMetrics(const RlsMsgAccessReq&, const Conditions& now, RlsMsgAccessResp& reply) {
-  const FlickerMetrics metrics = MeasureFlickerMetrics(now);
-  reply.metric0 = metrics.frequency_hz;
-  reply.metric1 = metrics.second_frequency_hz;
-  reply.metric_byte = metrics.depth_percent;
-  reply.saturation = metrics.saturated_permille;
 }
 
 struct Setting {
@@ -89,8 +81,10 @@ constexpr Setting kSettings[] = {
      [](auto& request, auto& settings) {
        settings.spectral.otp_calibration = request.cal_enabled;
      }},
-    {RlsCommand::kFlickerFrequencyMetrics, ReadMetrics},
-    {RlsCommand::kFlickerSaturation, ReadMetrics},
+    {RlsCommand::kFlickerFrequencyMetrics,
+     [](auto&, auto& now, auto& reply) { MeasureFlicker(now, reply); }},
+    {RlsCommand::kFlickerSaturation,
+     [](auto&, auto& now, auto& reply) { MeasureFlicker(now, reply); }},
     {RlsCommand::kFlickerAutoGain,
      [](auto&, auto& now, auto& reply) {
        reply.flicker_auto_gain = now.settings.flicker.auto_gain;

@@ -13,37 +13,15 @@
 #include "ambient_light.h"
 #include "delivery.h"
 #include "flicker_sensor.h"
+#include "light.h"
 
 namespace hyl::v2::host {
-namespace {
-
-/// `value` limited to the range; not-a-number counts as `low`.
-double Limited(double value, double low, double high) {
-  return value > low ? std::min(value, high) : low;
-}
-
-/// The nearest scene that makes sense.
-LightScene Plausible(LightScene scene) {
-  constexpr double kMaxSceneLux = 200000;
-  constexpr double kMaxHz = 12000;
-  constexpr double kMinPeriodS = 1e-3;
-  constexpr double kMaxPeriodS = 1e9;
-  scene.illuminance_lux = Limited(scene.illuminance_lux, 0, kMaxSceneLux);
-  scene.drift_period_s = Limited(scene.drift_period_s, 0, kMaxPeriodS);
-  if (scene.drift_period_s > 0) {
-    scene.drift_period_s = std::max(scene.drift_period_s, kMinPeriodS);
-  }
-  scene.drift_depth = Limited(scene.drift_depth, 0, 1);
-  scene.mains_hz = Limited(scene.mains_hz, 0, kMaxHz);
-  scene.pwm_hz = Limited(scene.pwm_hz, 0, kMaxHz);
-  scene.pwm_duty = Limited(scene.pwm_duty, 0, 1);
-  return scene;
-}
-
-}  // namespace
 
 /// The hub's sensors, settings and replies.
 struct SimulatedHub::State : HubCore {
+  State() { conditions.scene = initial_scene; }
+
+  const LightScene initial_scene = InitialScene();
   // The numbers of jobs bound what clients that never stop their requests can use up.
   DeliveryThread rear{*this, clock, 64};
   DeliveryThread front{*this, clock, 64};
@@ -59,7 +37,6 @@ struct SimulatedHub::State : HubCore {
   std::shared_ptr<FlickerSensor> last_flicker_run;  // null before the first
 
   void SetReplyFaults(const ReplyFaults& faults);
-  void RestartSchedules();
   bool AllQuiet() const;
 };
 
@@ -146,34 +123,37 @@ class SimulatedHub::ClientConnection final : public Api {
   /// not know.
   HylErr Serve(const Call& call, const Request& request) {
     const bool starts = call.sensor.thread != nullptr && call.sensor.start == call.type;
+    const bool stops = call.sensor.thread != nullptr && call.type == RequestType::kStopSampling;
+    const bool sets =
+        call.sensor.handle == kSettingsHandle && call.type == RequestType::kRlsMsgAccess;
+    EndedJobs ended;
+    const std::lock_guard lock(hub_.mutex);
+    if (!connection_->open || hub_.replies.IsFull()) {
+      return HylErr::kFailed;
+    }
     if (const auto* start = dynamic_cast<const StartOnChangeSamplingReq*>(&request);
         start != nullptr && starts && call.type == kOnChange) {
-      return StartSampling(call, start->ClientId(), kDefaultSamplingPeriodUs);
+      return StartSampling(call, start->ClientId(), kDefaultSamplingPeriodUs, ended);
     }
     if (const auto* start = dynamic_cast<const StartContinuousSamplingReq*>(&request);
         start != nullptr && starts && call.type == kContinuous) {
-      return StartSampling(call, start->ClientId(), start->Period() / kNsPerUs);
+      return StartSampling(call, start->ClientId(), start->Period() / kNsPerUs, ended);
     }
     if (const auto* stop = dynamic_cast<const StopSamplingReq*>(&request);
-        stop != nullptr && call.sensor.thread != nullptr &&
-        call.type == RequestType::kStopSampling) {
-      return StopSampling(call, stop->ClientId());
+        stop != nullptr && stops) {
+      return StopSampling(call, stop->ClientId(), ended);
     }
     if (const auto* access = dynamic_cast<const RlsMsgAccessReq*>(&request);
-        access != nullptr && call.sensor.handle == kSettingsHandle &&
-        call.type == RequestType::kRlsMsgAccess) {
+        access != nullptr && sets) {
       return AccessSettings(call, *access);
     }
     return HylErr::kInvalidArgument;
   }
 
-  HylErr StartSampling(const Call& call, uint32_t client_id, uint64_t period_us) {
+  // The hub mutex is held for the following.
+
+  HylErr StartSampling(const Call& call, uint32_t client_id, uint64_t period_us, EndedJobs& ended) {
     DeliveryThread& thread = hub_.*call.sensor.thread;
-    EndedJobs ended;
-    const std::lock_guard lock(hub_.mutex);
-    if (!CanReply()) {
-      return HylErr::kFailed;
-    }
     thread.End([&](const Job& job) { return IsMine(job, call.sensor); }, ended);
     if (thread.IsFull()) {
       return HylErr::kFailed;
@@ -187,12 +167,7 @@ class SimulatedHub::ClientConnection final : public Api {
     return HylErr::kOk;
   }
 
-  HylErr StopSampling(const Call& call, uint32_t client_id) {
-    EndedJobs ended;
-    const std::lock_guard lock(hub_.mutex);
-    if (!CanReply()) {
-      return HylErr::kFailed;
-    }
+  HylErr StopSampling(const Call& call, uint32_t client_id, EndedJobs& ended) {
     const auto is_meant = [&](const Job& job) {
       return IsMine(job, call.sensor) && job.client_id == client_id;
     };
@@ -205,10 +180,6 @@ class SimulatedHub::ClientConnection final : public Api {
 
   HylErr AccessSettings(const Call& call, const RlsMsgAccessReq& request) {
     auto reply = std::make_shared<SettingReply>(request.access, request.command);
-    const std::lock_guard lock(hub_.mutex);
-    if (!CanReply()) {
-      return HylErr::kFailed;
-    }
     const auto& period_us = hub_.conditions.settings.sampling_period_us;
     const auto period_before = period_us;
     const HylErr err = AccessSetting(request, hub_.conditions, *reply);
@@ -222,10 +193,6 @@ class SimulatedHub::ClientConnection final : public Api {
     }
     return err;
   }
-
-  // The hub mutex is held for the following.
-
-  bool CanReply() const { return connection_->open && !hub_.replies.IsFull(); }
 
   bool IsMine(const Job& job, const Sensor& sensor) const {
     return job.connection == connection_ && job.handle == sensor.handle;
@@ -294,13 +261,6 @@ void SimulatedHub::State::SetReplyFaults(const ReplyFaults& faults) {
   reply_delays = MakeNoise(faults.seed, 0, 0);
 }
 
-void SimulatedHub::State::RestartSchedules() {
-  for (DeliveryThread* sensor : sensors) {
-    sensor->RestartSchedules();
-  }
-  settled.notify_all();
-}
-
 bool SimulatedHub::State::AllQuiet() const {
   return std::all_of(sensors.begin(), sensors.end(),
                      [](const DeliveryThread* sensor) { return sensor->IsQuiet(); });
@@ -322,7 +282,7 @@ void SimulatedHub::Reset() {
   }
   state_.replies.End(all, ended);
   state_.SetReplyFaults({});
-  state_.conditions = {};
+  state_.conditions = {.scene = state_.initial_scene, .settings = {}};
   state_.clock.UseRealTime();
   state_.packing = {};
   state_.flicker_faults = {};
@@ -343,16 +303,13 @@ LightScene SimulatedHub::Scene() const {
   return state_.conditions.scene;
 }
 
-void SimulatedHub::UseRealTime() {
-  const std::lock_guard lock(state_.mutex);
-  state_.clock.UseRealTime();
-  state_.RestartSchedules();
-}
-
 void SimulatedHub::UseVirtualClock() {
   const std::lock_guard lock(state_.mutex);
   state_.clock.UseVirtual();
-  state_.RestartSchedules();
+  for (DeliveryThread* sensor : state_.sensors) {
+    sensor->RestartSchedules();
+  }
+  state_.settled.notify_all();
 }
 
 void SimulatedHub::Advance(std::chrono::nanoseconds step) {

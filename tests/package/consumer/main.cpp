@@ -38,8 +38,9 @@ int main() {
   Counter counter;
   std::array<int, 4096> buffer;
   HylSpectralApi* api = nullptr;
-  HylSpectralApi::Create(&api, &counter, HylLogLevel::kWarning);
-  const bool started = StartBoth(*api, buffer);
+  const bool started =
+      HylSpectralApi::Create(&api, &counter, HylLogLevel::kWarning) == HylErr::kOk &&
+      StartBoth(*api, buffer);
   hub.Advance(std::chrono::seconds(1));
   HylSpectralApi::Destroy(&api);
   std::printf("%d spectral samples, %u flicker samples\n", counter.samples.load(),

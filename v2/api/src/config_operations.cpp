@@ -1,9 +1,88 @@
-// The settings operations as a table: whether an operation reads or writes, and which command, with
-// the request's fields; where it waits, the out pointers and the slots that go there.
+// What differs from setting to setting. The operations as a table: whether an operation reads or
+// writes, and which command, with the request's fields; where it waits, the out pointers and the
+// slots that go there. Before it: how arguments become a request, and which slots a reply fills.
 
 #include <hyl/hyl_spectral_impl.h>
 
+#include "requests.h"
+
 namespace hyl::v2 {
+namespace spectral {
+
+RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command,
+                            const ConfigArguments& arguments) {
+  RlsMsgAccessReq request;
+  request.lead_byte = kLeadByte;
+  request.access = access;
+  request.command = command;
+  request.param_a = arguments.param_a;
+  request.gain = arguments.gain;
+  request.value8 = arguments.value8;
+  request.value32 = arguments.value32;
+  request.reg_addr = arguments.reg_addr;
+  request.cal_enabled = arguments.cal_enabled;
+  request.torch_on = arguments.torch_on;
+  request.spectral_auto_gain = arguments.spectral_auto_gain;
+  request.flicker_auto_gain = arguments.flicker_auto_gain;
+  request.param_b = arguments.param_b;
+  return request;
+}
+
+void ConfigSlots::StoreReadReply(const RlsMsgAccessResp& reply) {
+  switch (reply.command) {
+    case RlsCommand::kFlickerFrequencyMetrics:
+      metric0 = reply.metric0;
+      metric1 = reply.metric1;
+      metric_byte = reply.metric_byte;
+      saturation = reply.saturation;
+      break;
+    case RlsCommand::kFlickerSaturation:
+      saturation = reply.saturation;
+      break;
+    case RlsCommand::kRegister:
+      register_value = reply.value8;
+      break;
+    case RlsCommand::kDeviceUid:
+      device_uid = reply.device_uid;
+      break;
+    case RlsCommand::kSpectralAutoGain:
+      spectral_auto_gain = reply.spectral_auto_gain != 0;
+      break;
+    case RlsCommand::kFlickerAutoGain:
+      flicker_auto_gain = reply.flicker_auto_gain != 0;
+      break;
+    case RlsCommand::kFlickerConfig:
+      flicker_param = reply.param_a;
+      gain = reply.gain;
+      break;
+    case RlsCommand::kApplyFacCal:
+      apply_fac_cal = reply.cal_enabled != 0;
+      break;
+    case RlsCommand::kApplyOtpCal:
+      apply_otp_cal = reply.cal_enabled != 0;
+      break;
+    default:
+      break;
+  }
+}
+
+void ConfigSlots::StoreWriteReply(const RlsMsgAccessResp& reply) {
+  switch (reply.command) {
+    case RlsCommand::kExposureTime:
+      exposure_time = reply.value32;
+      break;
+    case RlsCommand::kGain:
+      gain = reply.gain;
+      break;
+    case RlsCommand::kSamplingPeriod:
+      sampling_period = reply.value32;
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace spectral
 
 using spectral::ConfigSlots;
 using enum RlsAccess;

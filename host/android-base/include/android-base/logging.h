@@ -38,7 +38,9 @@ using LogFunction = std::function<void(LogId, LogSeverity, const char* tag, cons
 /// logger, which writes each entry to standard error as one line.
 LogFunction SetLogger(LogFunction&& logger);
 
-/// Sets the lowest severity that is logged, INFO at first, and returns the one before it.
+/// Sets the lowest severity that is logged and returns the one before it. At first that is the one
+/// that the environment variable HYL_LOG names (verbose, debug, info, warning, error or fatal), or
+/// INFO.
 LogSeverity SetMinimumLogSeverity(LogSeverity severity);
 LogSeverity GetMinimumLogSeverity();
 

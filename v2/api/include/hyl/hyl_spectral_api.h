@@ -11,8 +11,6 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// \name Limits
 /// @{
 
@@ -76,15 +74,15 @@ struct FlickerFrequencyMetrics {
 /// Discovery. The first operation that needs the sensor list asks the framework for it, and blocks
 /// until the framework's list is complete, for kDiscoveryTimeLimit at most. Later operations ask
 /// again until a list has held an optical sensor; that list is final.
-class HylSpectralApi {
+class __attribute__((visibility("default"))) HylSpectralApi {
  public:
   /// Makes an instance and stores its address in `*out`. Sends nothing to the framework and does
   /// not wait. `callback` receives the sensor data; the library borrows it until Destroy. It may be
   /// null: data is dropped then. `level` is not interpreted.
   /// \retval kOk also when the framework cannot be reached; the log says so then
   /// \retval kNullPointer `out` is null; nothing was made
-  static HylErr Create(HylSpectralApi** out, HylSpectralApiCallbackInterface* callback,
-                       HylLogLevel level);
+  [[nodiscard]] static HylErr Create(HylSpectralApi** out,
+                                     HylSpectralApiCallbackInterface* callback, HylLogLevel level);
 
   /// Ends the instance `*p` and sets `*p` to null. Does nothing when `p` or `*p` is null.
   ///
@@ -129,8 +127,8 @@ class HylSpectralApi {
   /// \retval kFailed the sensor list changed during the call, the sensor's priority is above
   ///         kMaxPriority, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses a request
-  virtual HylErr EnableAmbientLightSensor(const char* name, uint32_t& session_id,
-                                          SensorReportingMode mode) = 0;
+  [[nodiscard]] virtual HylErr EnableAmbientLightSensor(const char* name, uint32_t& session_id,
+                                                        SensorReportingMode mode) = 0;
 
   /// Moves an ambient-light session to another reporting mode; the session keeps its id.
   ///
@@ -141,8 +139,8 @@ class HylSpectralApi {
   ///         or the session's sensor was stopped by an earlier change that failed
   /// \retval kFailed the sensor list changed during the call
   /// \return otherwise kOk, also when the session has that mode already, or the framework's code
-  virtual HylErr ChangeAmbientLightSensorReporting(uint32_t session_id,
-                                                   SensorReportingMode mode) = 0;
+  [[nodiscard]] virtual HylErr ChangeAmbientLightSensorReporting(uint32_t session_id,
+                                                                 SensorReportingMode mode) = 0;
 
   /// Starts a flicker sensor and opens a session; its samples go to `buffer`, and OnFlickerData
   /// reports each block of them.
@@ -162,8 +160,8 @@ class HylSpectralApi {
   ///         running until the instance ends
   /// \retval kFailed as for EnableAmbientLightSensor
   /// \return otherwise kOk, or the framework's code when it refuses a request
-  virtual HylErr EnableFlickerSensor(const char* name, int* buffer, size_t size, uint8_t out_bits,
-                                     uint32_t& session_id) = 0;
+  [[nodiscard]] virtual HylErr EnableFlickerSensor(const char* name, int* buffer, size_t size,
+                                                   uint8_t out_bits, uint32_t& session_id) = 0;
 
   /// Closes an ambient-light session and stops its sensor. The session is gone whatever the result.
   ///
@@ -207,58 +205,59 @@ class HylSpectralApi {
   /// \retval kNullPointer `enabled` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetFlickerAutoGainEnabled(const char* name, bool* enabled) = 0;
+  [[nodiscard]] virtual HylErr GetFlickerAutoGainEnabled(const char* name, bool* enabled) = 0;
 
   /// Reads the flicker configuration value and the flicker gain. Waits for the reply.
   /// \retval kNullPointer an out pointer is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetFlickerConfig(const char* name, uint32_t* value, float* gain) = 0;
+  [[nodiscard]] virtual HylErr GetFlickerConfig(const char* name, uint32_t* value, float* gain) = 0;
 
   /// Reads the sensor's own flicker analysis. Waits for the reply.
   /// \retval kNullPointer `metrics` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetFlickerFrequencyMetrics(const char* name, FlickerFrequencyMetrics* metrics) = 0;
+  [[nodiscard]] virtual HylErr GetFlickerFrequencyMetrics(const char* name,
+                                                          FlickerFrequencyMetrics* metrics) = 0;
 
   /// Reads the flicker saturation count. Waits for the reply.
   /// \retval kNullPointer `saturation` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetFlickerSaturation(const char* name, uint16_t* saturation) = 0;
+  [[nodiscard]] virtual HylErr GetFlickerSaturation(const char* name, uint16_t* saturation) = 0;
 
   /// Reads the sensor register `reg`. Waits for the reply.
   /// \retval kNullPointer `value` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetRegister(const char* name, uint8_t reg, uint8_t* value) = 0;
+  [[nodiscard]] virtual HylErr GetRegister(const char* name, uint8_t reg, uint8_t* value) = 0;
 
   /// Reads whether the sensor chooses the spectral gain itself: false means that it stays as set.
   /// Waits for the reply.
   /// \retval kNullPointer `enabled` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetSpectralAutoGainEnabled(const char* name, bool* enabled) = 0;
+  [[nodiscard]] virtual HylErr GetSpectralAutoGainEnabled(const char* name, bool* enabled) = 0;
 
   /// Reads whether the factory calibration corrects spectral samples: false means that they are
   /// left as measured. Waits for the reply.
   /// \retval kNullPointer `enabled` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetSpectralApplyFacCal(const char* name, bool* enabled) = 0;
+  [[nodiscard]] virtual HylErr GetSpectralApplyFacCal(const char* name, bool* enabled) = 0;
 
   /// Reads whether the one-time-programmed calibration corrects spectral samples: false means that
   /// they are left as measured. Waits for the reply.
   /// \retval kNullPointer `enabled` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetSpectralApplyOtpCal(const char* name, bool* enabled) = 0;
+  [[nodiscard]] virtual HylErr GetSpectralApplyOtpCal(const char* name, bool* enabled) = 0;
 
   /// Reads the device's unique id. Waits for the reply.
   /// \retval kNullPointer `uid` is null; nothing was sent
   /// \retval kFailed no reply came in time, or there is no connection to the framework
   /// \return otherwise kOk, or the framework's code when it refuses the request
-  virtual HylErr GetDeviceUid(const char* name, uint64_t* uid) = 0;
+  [[nodiscard]] virtual HylErr GetDeviceUid(const char* name, uint64_t* uid) = 0;
 
   /// Whether a sensor of the given kind exists whose name begins with `name`; with a null or empty
   /// name, whether one of priority 0 exists (never for kAnyOptical). False for every other `kind`.
@@ -332,7 +331,5 @@ class HylSpectralApi {
   // Last, so that the operations above keep their slots. Call Destroy, not delete.
   virtual ~HylSpectralApi();
 };
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -5,12 +5,10 @@
 #include <vector>
 
 #include <hyl/hyl_err.h>
+#include <hyl/message.h>
 #include <hyl/request.h>
-#include <hyl/service.h>
 
 namespace hyl::v2 {
-
-#pragma GCC visibility push(default)
 
 /// Names a kind of client to the framework.
 enum class ClientType : uint32_t {
@@ -26,9 +24,26 @@ struct SensorListEntry {
 static_assert(sizeof(SensorListEntry) == 44);
 static_assert(alignof(SensorListEntry) == 4);
 
+/// The framework's service side, as seen by a client.
+class __attribute__((visibility("default"))) Service {
+ public:
+  /// Receives the replies to a client's requests, and the messages of the sensors that these
+  /// started. Called on the framework's threads only, possibly on several at once, and never from
+  /// inside InvokeAsyncServiceCall.
+  class AsyncCallbacks {
+   public:
+    /// `message` is valid only during the call.
+    virtual void OnResponse(const Message* message) = 0;
+    /// Reports an asynchronous failure.
+    virtual void OnError(HylErr err) = 0;
+    virtual ~AsyncCallbacks() = default;
+    virtual void OnAuxiliaryEvent() {}
+  };
+};
+
 /// A client's connection to the sensor framework. All operations may be called from several
 /// threads at once.
-class Api {
+class __attribute__((visibility("default"))) Api {
  public:
   /// Connects to the framework. Empty when the framework cannot be reached.
   static std::unique_ptr<Api> Create(ClientType type);
@@ -46,7 +61,5 @@ class Api {
 
   virtual ~Api() = default;
 };
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -7,8 +7,6 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// How flicker samples are packed. 2, 3 and 4 are the bytes of one uncompressed sample.
 enum class FlickerFormatSampleWidth : int32_t {
   kUncompressed2 = 2,
@@ -19,7 +17,7 @@ enum class FlickerFormatSampleWidth : int32_t {
 };
 
 /// Announces the packing of the flicker data that follows.
-class FlickerFormatResp : public Message {
+class __attribute__((visibility("default"))) FlickerFormatResp : public Message {
  public:
   uint8_t unused8[4] = {};
   uint32_t format_param = 0;
@@ -31,7 +29,7 @@ class FlickerFormatResp : public Message {
 };
 
 /// Delivers one chunk of packed flicker samples.
-class FlickerDataResp : public Message {
+class __attribute__((visibility("default"))) FlickerDataResp : public Message {
  public:
   uint8_t unused8[4] = {};
   uint32_t offset = 0;  ///< of this chunk in the sensor's data stream, in bytes
@@ -81,7 +79,5 @@ static_assert(offsetof(FlickerDataResp, aux8_1) == 76);
 static_assert(offsetof(FlickerDataResp, auxf_1) == 80);
 
 #pragma GCC diagnostic pop
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -2,16 +2,15 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// The framework's owned, NUL-terminated string. All bytes zero is a valid empty string.
 ///
 /// Not thread-safe: a string shared between threads needs its owner's lock.
-class HylString {
+class __attribute__((visibility("default"))) HylString {
  public:
   HylString() = default;
   HylString(const HylString& other) { assign(other.chars_); }
@@ -44,6 +43,15 @@ class HylString {
   size_t size() const { return std::strlen(c_str()); }
   bool empty() const { return chars_ == nullptr; }
 
+  /// Valid until the string changes or ends.
+  operator std::string_view() const { return c_str(); }
+  friend bool operator==(const HylString& a, std::string_view b) {
+    return std::string_view(a) == b;
+  }
+  friend bool operator==(const HylString& a, const HylString& b) {
+    return a == std::string_view(b);
+  }
+
  private:
   void Swap(HylString& other) noexcept {
     std::swap(chars_, other.chars_);
@@ -58,7 +66,5 @@ class HylString {
 };
 
 static_assert(sizeof(HylString) == 24);
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

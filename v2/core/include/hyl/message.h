@@ -4,8 +4,6 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// Type codes of the framework's messages. A reply carries the code of the request it answers.
 enum class MessageType : uint8_t {
   kStartOnChangeSamplingResp = 2,
@@ -20,7 +18,7 @@ enum class MessageType : uint8_t {
 
 /// Everything that the framework delivers. Owned by the framework and valid only during the
 /// callback that delivers it.
-class Message {
+class __attribute__((visibility("default"))) Message {
  public:
   virtual ~Message();
   /// The message's type code: a MessageType, or a value that has no name there.
@@ -28,7 +26,5 @@ class Message {
 };
 
 static_assert(sizeof(Message) == sizeof(void*));
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -10,10 +10,8 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// The framework's mutex. Meets the standard's Lockable requirements; not recursive.
-class HYL_MUTEX_ATTRIBUTE(capability("mutex")) Mutex {
+class __attribute__((visibility("default"))) HYL_MUTEX_ATTRIBUTE(capability("mutex")) Mutex {
  public:
   Mutex();
   ~Mutex();
@@ -30,8 +28,6 @@ class HYL_MUTEX_ATTRIBUTE(capability("mutex")) Mutex {
  private:
   pthread_mutex_t native_;
 };
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2
 

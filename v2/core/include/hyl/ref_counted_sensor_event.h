@@ -4,11 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <hyl/hyl_assert.h>
+#include <hyl/reffed_ptr.h>
 
 namespace hyl::v2 {
-
-#pragma GCC visibility push(default)
 
 /// What a RefCountedSensorEvent carries.
 enum class SensorEventType : uint8_t {
@@ -18,7 +16,7 @@ enum class SensorEventType : uint8_t {
 
 /// A framework-owned sensor event, chained into lists. `value_count` floats follow the record
 /// itself. Once the framework has delivered an event, only its count changes.
-class RefCountedSensorEvent {
+class __attribute__((visibility("default"))) RefCountedSensorEvent {
  public:
   /// Takes a reference. A 256th one ends the process.
   void Ref() const {
@@ -48,7 +46,5 @@ static_assert(offsetof(RefCountedSensorEvent, ref_count) == 8);
 static_assert(offsetof(RefCountedSensorEvent, event_type) == 9);
 static_assert(offsetof(RefCountedSensorEvent, value_count) == 11);
 static_assert(offsetof(RefCountedSensorEvent, timestamp) == 16);
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -1,10 +1,22 @@
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
-#include <hyl/hyl_assert.h>
+namespace hyl::v2 {
 
-namespace hyl::v2::refcount {
+/// Ends the process, naming `expression` and `function`, unless `ok`. Active in every build: it
+/// guards reference counts, and a wrong count leads to the use of freed memory.
+inline void Assert(bool ok, const char* expression, const char* function) {
+  if (ok) [[likely]] {
+    return;
+  }
+  std::fprintf(stderr, "%s: assertion \"%s\" failed\n", function, expression);
+  std::abort();
+}
+
+namespace refcount {
 
 /// Holds one reference to an object that counts its references itself, by Ref() and Unref().
 template <typename T>
@@ -47,4 +59,5 @@ class reffed_ptr {
 
 static_assert(sizeof(reffed_ptr<int>) == sizeof(int*));
 
-}  // namespace hyl::v2::refcount
+}  // namespace refcount
+}  // namespace hyl::v2

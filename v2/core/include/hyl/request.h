@@ -7,8 +7,6 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// The kind of a request: the second argument of Api::InvokeAsyncServiceCall.
 enum class RequestType : uint32_t {
   kStartOnChangeSampling = 2,
@@ -19,7 +17,7 @@ enum class RequestType : uint32_t {
 
 /// Common base of the request records. A record is built by the caller, read by the framework
 /// during one InvokeAsyncServiceCall, and not kept. Every byte of a new record is zero.
-class Request : public HeapAllocable {
+class __attribute__((visibility("default"))) Request : public HeapAllocable {
  public:
   virtual ~Request();
 
@@ -28,7 +26,7 @@ class Request : public HeapAllocable {
 };
 
 /// Stops the sampling that the request with the same client id started.
-class StopSamplingReq : public Request {
+class __attribute__((visibility("default"))) StopSamplingReq : public Request {
  public:
   ~StopSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -39,7 +37,7 @@ class StopSamplingReq : public Request {
 };
 
 /// Starts sampling that reports when the measured value changes.
-class StartOnChangeSamplingReq : public Request {
+class __attribute__((visibility("default"))) StartOnChangeSamplingReq : public Request {
  public:
   ~StartOnChangeSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -61,7 +59,7 @@ class StartOnChangeSamplingReq : public Request {
 };
 
 /// Starts sampling that reports once a period.
-class StartContinuousSamplingReq : public Request {
+class __attribute__((visibility("default"))) StartContinuousSamplingReq : public Request {
  public:
   ~StartContinuousSamplingReq() override;
   virtual uint32_t ClientId() const;
@@ -118,7 +116,5 @@ static_assert(offsetof(StartContinuousSamplingReq, option_flag) == 48);
 static_assert(offsetof(StartContinuousSamplingReq, is_wake_up) == 49);
 
 #pragma GCC diagnostic pop
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -8,8 +8,6 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// Direction of a configuration access.
 enum class RlsAccess : uint8_t {
   kRead = 0,
@@ -37,7 +35,7 @@ enum class RlsCommand : uint8_t {
 
 /// Reads or writes one sensor setting. The fields after `command` are the arguments; the command
 /// decides which of them the framework reads.
-class RlsMsgAccessReq : public Request {
+class __attribute__((visibility("default"))) RlsMsgAccessReq : public Request {
  public:
   ~RlsMsgAccessReq() override;
 
@@ -68,7 +66,7 @@ class RlsMsgAccessReq : public Request {
 
 /// Reply to a RlsMsgAccessReq. `access` and `command` repeat the request's. The switches are bytes
 /// here: any value but 0 means on.
-class RlsMsgAccessResp : public Message {
+class __attribute__((visibility("default"))) RlsMsgAccessResp : public Message {
  public:
   uint8_t unused8[2] = {};
   RlsAccess access{};
@@ -120,7 +118,5 @@ static_assert(kHasRlsArgumentLayout<RlsMsgAccessReq>);
 static_assert(kHasRlsArgumentLayout<RlsMsgAccessResp>);
 
 #pragma GCC diagnostic pop
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

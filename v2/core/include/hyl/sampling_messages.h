@@ -9,10 +9,8 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// Reply to a start or stop request.
-class SamplingStatusResp : public Message {
+class __attribute__((visibility("default"))) SamplingStatusResp : public Message {
  public:
   virtual uint8_t Status() const = 0;
 };
@@ -33,13 +31,13 @@ static_assert(offsetof(SpectralSample, value_count) == 72);
 static_assert(offsetof(SpectralSample, timestamp) == 80);
 
 /// Delivers one measurement.
-class SampleMessage : public Message {
+class __attribute__((visibility("default"))) SampleMessage : public Message {
  public:
   virtual SpectralSample Sample() const = 0;
 };
 
 /// Delivers a chain of events.
-class EventMessage : public Message {
+class __attribute__((visibility("default"))) EventMessage : public Message {
  public:
   uint64_t unused8 = 0;
   refcount::reffed_ptr<const RefCountedSensorEvent> events;  ///< the first event, or empty
@@ -54,7 +52,5 @@ static_assert(offsetof(EventMessage, events) == 16);
 static_assert(offsetof(EventMessage, event_count) == 24);
 
 #pragma GCC diagnostic pop
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

@@ -9,11 +9,9 @@
 
 namespace hyl::v2 {
 
-#pragma GCC visibility push(default)
-
 /// The part of Vector that does not depend on the element type. The framework implements it once
 /// for all element types and reaches the elements through the three virtual operations.
-class VectorBase : public HeapAllocable {
+class __attribute__((visibility("default"))) VectorBase : public HeapAllocable {
  public:
   VectorBase(const VectorBase&) = delete;
   VectorBase& operator=(const VectorBase&) = delete;
@@ -96,7 +94,5 @@ class Vector final : public VectorBase {
 };
 
 static_assert(sizeof(Vector<float>) == sizeof(VectorBase));
-
-#pragma GCC visibility pop
 
 }  // namespace hyl::v2

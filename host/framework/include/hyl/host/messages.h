@@ -16,7 +16,8 @@
 // can put anything into them.
 namespace hyl::v2::host {
 
-/// Reply to a start or stop request; `type` is the request's.
+/// Reply to a start or stop request; `type` is the request's. With any other type, a message that
+/// no client knows.
 class StatusReply final : public SamplingStatusResp {
  public:
   explicit StatusReply(uint32_t type, uint8_t status = 0)
@@ -118,16 +119,6 @@ class FlickerDataMessage final : public FlickerDataResp {
 
  private:
   std::vector<uint8_t> bytes_;
-};
-
-/// A message of any type that carries nothing.
-class BareMessage final : public Message {
- public:
-  explicit BareMessage(int type) : type_(static_cast<uint8_t>(type)) {}
-  uint8_t Type() const override { return type_; }
-
- private:
-  uint8_t type_;
 };
 
 }  // namespace hyl::v2::host

@@ -64,12 +64,6 @@ class ScriptedFramework {
   /// call the framework.
   using Answer = std::function<Messages(const FrameworkCall&)>;
 
-  /// Where answers are delivered.
-  enum class Delivery {
-    kOnThread,    ///< on the framework's own thread
-    kWithinCall,  ///< against the contract, inside the call: shows the cost without the thread
-  };
-
   ScriptedFramework();
   /// Drops the answers that are still held.
   ~ScriptedFramework();
@@ -85,6 +79,8 @@ class ScriptedFramework {
   void FailCreate(int n);
   /// Refuses the n-th request from now on with `result`.
   void RefuseInvoke(int n, HylErr result);
+  /// Refuses every request for which `judge` returns another result than kOk; empty ends this.
+  void RefuseIf(std::function<HylErr(const FrameworkCall&)> judge);
   /// Gives Apis that are made from now on the simulated hub's sensors: accepted requests go there.
   void UseSimulatedHub();
   void SetSensorList(std::vector<SensorListEntry> list);
@@ -93,8 +89,9 @@ class ScriptedFramework {
   /// Runs on the calling thread at the start of every framework call, without a lock held. May
   /// block, and may call into the library as far as the library's locks allow.
   void SetHook(Hook hook);
-  /// From now on answers accepted requests. An empty function answers none.
-  void AnswerWith(Answer answer, Delivery delivery = Delivery::kOnThread);
+  /// From now on answers accepted requests, on a thread of the framework. An empty function answers
+  /// none.
+  void AnswerWith(Answer answer);
   /// One sound answer: a status reply, or the setting's reply with the request's arguments.
   static Messages Echo(const FrameworkCall& call);
   /// Holds up answers, and releases them again.
@@ -128,6 +125,9 @@ class ScriptedFramework {
   /// inside a framework call. Throws std::logic_error when no request to the sensor was accepted.
   void Deliver(uint32_t handle, const Message& message);
 
+  /// A connection to the framework, as Api::Create makes it; empty where FailCreate says so.
+  std::unique_ptr<Api> Connect(ClientType type);
+
  private:
   class Connection;
   /// The results that are planned for the calls of one kind.
@@ -146,10 +146,8 @@ class ScriptedFramework {
     std::unique_ptr<Message> message;
   };
 
-  static std::unique_ptr<Api> CreateForThisThread(ClientType type);
-  std::unique_ptr<Api> Create(ClientType type);
   std::vector<SensorListEntry> GetSensorList(int api);
-  HylErr NextResult();
+  HylErr NextResult(const FrameworkCall& call);
   void Accept(const FrameworkCall& call, const Callbacks& callbacks);
   void Destroyed(int api);
   /// Records the call and runs the hook.
@@ -164,6 +162,7 @@ class ScriptedFramework {
   std::vector<std::pair<uint32_t, uint32_t>> running_;
   Results creates_;
   Results invokes_;
+  std::function<HylErr(const FrameworkCall&)> judge_;
   int list_queries_ = 0;
   int apis_ = 0;
   int live_apis_ = 0;
@@ -171,13 +170,19 @@ class ScriptedFramework {
   bool use_hub_ = false;
   Hook hook_;
   Answer answer_;
-  Delivery delivery_ = Delivery::kOnThread;
   std::deque<Held> held_;
   bool answers_held_ = false;
   bool answering_ = false;
   bool ended_ = false;
   std::thread answer_thread_;
 };
+
+/// From now on asks `fails` whenever a framework vector is to become longer: true makes that Resize
+/// fail and leaves the vector as it was. An empty function ends this. For the whole process.
+///
+/// Safe on any thread. `fails` runs on the threads that resize, several at once if they do, without
+/// a lock held.
+void FailVectorGrowth(std::function<bool()> fails);
 
 #pragma GCC visibility pop
 

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include <hyl/api.h>
@@ -28,7 +30,19 @@ struct LightScene {
   double pwm_hz = 2000;        ///< of the warm LED
   double pwm_duty = 0.5;       ///< of the warm LED, 0 to 1
   uint64_t seed = 1;           ///< of the noise; the same seed gives the same data
+
+  bool operator==(const LightScene&) const = default;
 };
+
+/// The scene of a text such as "dark" or "warm-led,lux=300,pwm=1000": a kind, then numbers that are
+/// other than the default, moved to the nearest that make sense. They are lux, drift-period,
+/// drift-depth, mains, pwm and duty. Empty for any other text.
+[[gnu::visibility("default")]] std::optional<LightScene> ParseScene(std::string_view text);
+
+/// What a message says of a text that is no scene.
+inline constexpr char kNoScene[] =
+    "is no scene; a scene is daylight, warm-led, fluorescent or dark, then numbers, as in "
+    "'warm-led,lux=300'";
 
 /// How the simulated flicker sensor packs its samples. A layout that no client can accept (another
 /// width than those of FlickerFormatSampleWidth, or more than 16 padding bits) is announced as it
@@ -113,20 +127,21 @@ class [[gnu::visibility("default")]] SimulatedHub {
   /// The hub of this process, made at the first call; it lives until the process ends.
   static SimulatedHub& Instance();
 
-  /// Puts the hub back to its initial state: no running sensors, default scene, settings and
-  /// packing, no faults, real time. Replies that wait are dropped. Waits for deliveries in
+  /// Puts the hub back to its initial state: no running sensors, the scene that the environment
+  /// variable HYL_HUB_SCENE describes or else the default, default settings and packing, no faults,
+  /// real time. Replies that wait are dropped. Waits for deliveries in
   /// progress, except inside a callback.
   void Reset();
 
   /// Holds from the next measurement on. Numbers that make no sense are moved to the nearest that
   /// do.
   void SetScene(const LightScene& scene);
-  /// What SetScene was given last, with its numbers as they hold; at first the default.
+  /// What SetScene was given last, with its numbers as they hold; at first the initial
+  /// one.
   LightScene Scene() const;
 
-  /// Runs on real time, as it does initially.
-  void UseRealTime();
-  /// Runs on a clock that only Advance moves. It starts at 0 s.
+  /// Runs on a clock that only Advance moves, until Reset. It starts at 0 s. Initially the hub runs
+  /// on real time.
   void UseVirtualClock();
   /// Moves the virtual clock, and returns when everything that fell due has been delivered, in
   /// order of time for each sensor. Replies do not wait for the clock; all those to requests made

@@ -28,6 +28,8 @@ struct ConfigArguments {
   uint8_t param_b = 0;
 };
 
+RlsMsgAccessReq MakeRequest(RlsAccess access, RlsCommand command, const ConfigArguments& arguments);
+
 /// The values of the latest replies.
 struct ConfigSlots {
   bool flicker_auto_gain = false;

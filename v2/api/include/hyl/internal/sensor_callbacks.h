@@ -4,12 +4,12 @@
 #include <condition_variable>
 #include <cstdint>
 
+#include <hyl/api.h>
 #include <hyl/hyl_spectral_api_callback_interface.h>
 #include <hyl/internal/delivery_gate.h>
 #include <hyl/mutex.h>
 #include <hyl/rls_msg_access.h>
 #include <hyl/sampling_messages.h>
-#include <hyl/service.h>
 
 namespace hyl::v2 {
 
