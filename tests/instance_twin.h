@@ -238,7 +238,7 @@ class InstanceTwin final : public ModelFramework {
     const bool client = input_.Below(8) != 1;
     clients_[0] = client ? std::make_unique<TracingClient>(library_) : nullptr;
     clients_[1] = client ? std::make_unique<TracingClient>(model_side_) : nullptr;
-    HylSpectralApi::Create(&api_, clients_[0].get(), HylLogLevel::kInfo);
+    (void)HylSpectralApi::Create(&api_, clients_[0].get(), HylLogLevel::kInfo);
     objects_ = TestAccess::ObjectsOf(*api_);
     const ModelLog log([this](const LogEntry& entry) {
       model_side_.trace.push_back(Text("log %d ", entry.severity) + entry.message);

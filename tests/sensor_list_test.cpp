@@ -57,24 +57,6 @@ TEST_F(PublicListTest, IsFetchedOnceAndDumped) {
                           Info("  Rear-t:12 p:0 r:0"), Info("SensorInfo list has been set.")));
 }
 
-TEST_F(PublicListTest, AnswersNamesAndSupport) {
-  using enum OpticalSensorType;
-  const struct {
-    OpticalSensorType kind;
-    const char* name;
-    bool supported;
-  } kCases[] = {{kAmbientLight, nullptr, true},    {kAmbientLight, "Front", true},
-                {kAmbientLight, "Flicker", false}, {kFlicker, "", true},
-                {kFlicker, "Rear", false},         {kAnyOptical, nullptr, false},
-                {kAnyOptical, "Fro", true},        {kAnyOptical, "accelerometer", false}};
-  for (const auto& [kind, name, supported] : kCases) {
-    EXPECT_EQ(supported, instance->IsSensorSupported(kind, name)) << static_cast<int>(kind);
-  }
-  EXPECT_THAT(Strings(instance->GetAmbientLightSensorNames()),
-              ElementsAre("Rear ALS", "Front ALS"));
-  EXPECT_THAT(Strings(instance->GetFlickerSensorNames()), ElementsAre("Flicker"));
-}
-
 TEST_F(PublicListTest, DiscoveryThatFailsIsOneError) {
   constexpr int kAttempts = kDiscoveryTimeLimit / std::chrono::milliseconds(100);
   framework.SetSensorList({MakeEntry(kFlicker, "never complete")});
@@ -194,48 +176,6 @@ TEST_F(SensorListTest, IsRebuiltWhenItsSizeChangesUntilFound) {
     EXPECT_EQ(dumped, entries);
   }
   EXPECT_EQ(3U, MustFind(13).version);
-}
-
-TEST_F(SensorListTest, StaleCookiesAndCopiesAreRefused) {
-  VersionedSensorInfo info = MustFind(1012);
-  info.info.request_id = 0x0A0003F4;
-  EXPECT_TRUE(manager.SetRequestId(info));
-  log.Take();
-
-  VersionedSensorInfo found;
-  EXPECT_TRUE(manager.GetSensorInfo(found, 0x1'0A0003F4));
-  EXPECT_STREQ("Rear ALS-t:1012 p:0 r:167773172", found.info.ToStr().c_str());
-  EXPECT_EQ(1U, found.version);
-  EXPECT_FALSE(manager.GetSensorInfo(found, 0x1'0A00000C));
-  EXPECT_THAT(log.Take(), IsEmpty()) << "a request that does not run is no error";
-
-  EXPECT_FALSE(manager.GetSensorInfo(found, 0x2'0A0003F4));
-  EXPECT_FALSE(manager.GetSensorInfo(found, 0x1'00000000));
-  info.version = 7;
-  EXPECT_FALSE(manager.SetRequestId(info));
-  EXPECT_THAT(log.Take(),
-              ElementsAre(Error("Can't get sensor info, version mismatch: 2 != 1"),
-                          Error("Can't get sensor info, invalid request_id from 100000000."),
-                          Error("Can't set request_id, version mismatch: 7 != 1")));
-}
-
-TEST_F(SensorListTest, RequestIdsGoByTypePriorityAndPrefix) {
-  framework.SetSensorList({MakeEntry(kListMarker, ""), MakeEntry(kFlicker, "Flicker"),
-                           MakeEntry(kFlicker + 1, "Flicker")});
-  VersionedSensorInfo info = MustFind(13, 1);
-  info.info.request_id = 5;
-  info.info.name.assign("Fl");
-  EXPECT_TRUE(manager.SetRequestId(info));
-  EXPECT_EQ(0U, MustFind(13, 0).info.request_id);
-  EXPECT_EQ(5U, MustFind(13, 1).info.request_id);
-  log.Take();
-  info.info.name.assign("Flickers");
-  EXPECT_FALSE(manager.SetRequestId(info));
-  EXPECT_THAT(
-      log.Take(),
-      ElementsAre(Error("Can't set request_id, sensor_info {Flickers-t:13 p:1 r:5} not found!"),
-                  Info("Sensor-List[2]@V1:"), Info("  Flicker-t:13 p:0 r:0"),
-                  Info("  Flicker-t:13 p:1 r:5")));
 }
 
 /// The slow one is held while it builds its list, until the fast one has set its own. If that has a

@@ -26,32 +26,6 @@ Session* Add(SessionMgr& table, uint64_t cookie) {
   return table.AddSession(kFlickerType, "name", cookie, ReportingMode::kContinuous);
 }
 
-TEST(SessionMgr, FillsTheFirstFreeEntryWithAFreshId) {
-  LogCapture log;
-  SessionMgr table;
-  const uint32_t first = NextSessionId();
-  Session* entries[kMaxSessions];
-  for (uint32_t i = 0; i < kMaxSessions; ++i) {
-    entries[i] = Add(table, 100 + i);
-    ASSERT_NE(nullptr, entries[i]);
-    EXPECT_EQ(first + i, entries[i]->id);
-  }
-  EXPECT_EQ(nullptr, Add(table, 0x1'0A0003F4));
-  EXPECT_EQ(nullptr, table.AddSession(12, nullptr, 0xABC, ReportingMode::kOnChange));
-  EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot add session for name 10a0003f4, table full!"),
-                                      Error("Cannot add session for  abc, table full!")));
-  EXPECT_EQ(first + kMaxSessions, NextSessionId()) << "no id is used up by a refusal";
-
-  entries[3]->format_param = 5;
-  table.DeleteSession(first + 3);
-  EXPECT_EQ(nullptr, table.FindById(first + 3));
-  EXPECT_EQ(nullptr, table.FindByCookie(103));
-  EXPECT_EQ(entries[3], Add(table, 200));
-  EXPECT_EQ(first + kMaxSessions, entries[3]->id);
-  EXPECT_EQ(24000U, entries[3]->format_param);
-  EXPECT_EQ(entries[3], table.FindByCookie(200));
-}
-
 TEST(SessionMgr, ZeroMatchesNothing) {
   LogCapture log;
   SessionMgr table;
@@ -66,13 +40,6 @@ TEST(SessionMgr, ZeroMatchesNothing) {
   EXPECT_THAT(log.Take(),
               ElementsAre(Error("Cannot delete session 0, not active or found!"),
                           Error("Cannot delete session -294967296, not active or found!")));
-}
-
-TEST(SessionMgr, IdsSkipZeroWhenTheyWrapAround) {
-  SessionMgr table;
-  NextSessionId() = 0xFFFFFFFF;
-  EXPECT_EQ(0xFFFFFFFF, Add(table, 1)->id);
-  EXPECT_EQ(1U, Add(table, 2)->id);
 }
 
 TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
@@ -103,16 +70,6 @@ TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
 }
 
 using SessionTest = LibraryTest;
-
-TEST_F(SessionTest, IdsCountOnAcrossInstances) {
-  const uint32_t next = NextSessionId();
-  EXPECT_EQ(next, Enable("Rear"));
-  Instance second(&client);
-  uint32_t id = 0;
-  EXPECT_EQ(HylErr::kOk, second->EnableAmbientLightSensor("Rear", id, kContinuous));
-  EXPECT_EQ(next + 1, id);
-  EXPECT_EQ(next + 2, Enable("Rear", kOnChange));
-}
 
 }  // namespace
 }  // namespace hyl::v2::test
