@@ -292,11 +292,12 @@ void AddFlickerCommand(CLI::App& app, const Context& context) {
                    "draw the last second, waveform and spectrum, into an .svg or .png")
       ->type_name("FILE")
       ->check(PictureFault);
-  flicker->footer(
-      "A report for each second, after 0.1 s in which the gain settles: mean level,\n"
+  flicker->footer(fmt::format(
+      "A report for each second, after {} s in which the gain settles: mean level,\n"
       "modulation (max - min) / (max + min), flicker index (area above the mean / whole area),\n"
       "strongest frequency, and gaps in the sequence numbers.\n"
-      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg");
+      "Example: hyl-spectral flicker flicker --seconds 2 --plot flicker.svg",
+      kSettlingTime));
   flicker->callback([&context, options] { RunFlicker(context, *options); });
 }
 
