@@ -7,6 +7,7 @@ if(HYL_PLATFORM STREQUAL "host")
   # As in the installed package: a client that links the framework gets the logging with it.
   add_library(hyl_host_framework INTERFACE)
   target_link_libraries(hyl_host_framework INTERFACE hyl_v2_api base)
+  set_target_properties(hyl_host_framework PROPERTIES EXPORT_NAME host_framework)
   add_library(hyl::host_framework ALIAS hyl_host_framework)
   add_library(hyl::host_base ALIAS base)
   return()

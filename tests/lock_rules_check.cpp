@@ -1,4 +1,4 @@
-// Not built: scripts/thread-safety compiles it and wants the diagnostics that the comments announce
+// Not built: scripts/tidy compiles it and wants the diagnostics that the comments announce
 // and no others. So the annotations of the library's locks are known to be looked at.
 
 #include <mutex>

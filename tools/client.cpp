@@ -16,18 +16,21 @@ namespace {
 constexpr size_t kMaxDeliveries = 256;
 constexpr double kMaxSeconds = 366 * 86400.0;
 
-/// Seconds on a clock that is never set.
-double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-/// -1 where that is never. A longer wait than an hour is taken in pieces.
-int MillisecondsUntil(double until) {
-  const double left = std::ceil((until - Now()) * 1000);
-  return std::isinf(left) ? -1 : static_cast<int>(std::clamp(left, 0.0, 3.6e6));
+int64_t After(int64_t time, double seconds) {
+  return std::isinf(seconds) ? Clock::kNever : time + static_cast<int64_t>(seconds * 1e9);
 }
 
 }  // namespace
+
+int64_t Clock::Now() const {
+  return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+/// A longer wait than an hour is taken in pieces.
+int Clock::MillisecondsUntil(int64_t time) const {
+  const double left = std::ceil(static_cast<double>(time - Now()) / 1e6);
+  return time == kNever ? -1 : static_cast<int>(std::clamp(left, 0.0, 3.6e6));
+}
 
 Client Connect(HylSpectralApiCallbackInterface* receiver) {
   HylSpectralApi* api = nullptr;
@@ -57,14 +60,11 @@ Failure NoSensors(const char* kind) {
                   kind));
 }
 
-void AddRunOptions(CLI::App& command, RunOptions& options) {
+void AddRunOptions(CLI::App& command, RunOptions& options, const char* sensors, int most) {
   const auto not_empty = [](const std::string& text) {
     return text.empty() ? "must not be empty" : std::string();
   };
-  command
-      .add_option("SENSOR", options.sensor,
-                  "its name, or the beginning of it; the first listed unless given")
-      ->check(not_empty);
+  command.add_option("SENSOR", options.sensors, sensors)->expected(1, most)->check(not_empty);
   command
       .add_option("--set", options.assignments, "write a setting first; can be given several times")
       ->type_name("NAME=VALUE[,VALUE]")
@@ -77,99 +77,171 @@ void AddRunOptions(CLI::App& command, RunOptions& options) {
              "S", 0.001, kMaxSeconds);
 }
 
+void AddModeOption(CLI::App& command, RunOptions& options) {
+  TakeOneOf(command.add_option("--mode", options.mode,
+                               "when the sensor reports; continuous unless given"),
+            "continuous|on-change");
+}
+
+void AddFlickerOptions(CLI::App& command, RunOptions& options) {
+  TakeNumber(command.add_option("--bits", options.bits,
+                                "width of the samples, 1 to 32 bits; 16 unless given"),
+             "N", 1, 32);
+  TakeNumber(command.add_option("--buffer", options.buffer,
+                                "samples that the buffer holds, 2 to 262144; 4096 unless given"),
+             "N", 2, 1 << 18);
+}
+
 std::optional<Panel> PanelOf(const Context& context) {
   // A log on the same screen would fall between the lines that are drawn again.
   const bool draws = context.format == "text" && !context.verbose;
   return draws ? Panel::On(context.out) : std::nullopt;
 }
 
-SensorRun::SensorRun(const Context& context, OpticalSensorType type, const RunOptions& options,
-                     const Enable& enable)
+SensorRun::SensorRun(const Context& context, const RunOptions& options)
     : context_(context),
-      type_(type),
+      options_(options),
+      start_ns_(context.clock->Now()),
       filled_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      writes_(ParseAssignments(options.assignments)),
+      writes_(ParseAssignments(options_.assignments)),
       client_(Connect(this)) {
   if (filled_.get() < 0) {
     throw Failure(ExitCode::kInternal, "cannot make a queue; close some files, then try again");
   }
-  WriteSettings(*client_, writes_, type);
-  // Asked before the start, so that a missing framework is waited for once.
-  const std::vector<std::string> names = SensorNames(*client_, type);
-  if (names.empty()) {
-    throw NoSensors(TypeName(type));
-  }
-  const std::string& name = options.sensor.empty() ? names[0] : options.sensor;
-  const HylErr result = enable(*client_, name.c_str(), session_id_);
-  if (result == HylErr::kNotFound) {
-    throw Failure(ExitCode::kNotFound,
-                  fmt::format("no {} sensor has a name that begins with '{}'; choose one of '{}'",
-                              TypeName(type), name, fmt::join(names, "', '")));
-  }
-  Require(result, fmt::format("cannot start '{}'", name));
-  sensor_ = client_->GetSensorName(session_id_).c_str();
 }
 
 SensorRun::~SensorRun() {
   Stop();
 }
 
-RunEnd SensorRun::Pump(double seconds, double timeout, const Handle& handle) {
-  RunEnd end = RunEnd::kDone;
-  const double time_up = Now() + seconds;
-  double silent = Now() + timeout;
-  bool wants_more = true;
-  while (wants_more && Now() < time_up) {
-    if (!context_.out.Wait(filled_.get(), MillisecondsUntil(std::min(time_up, silent)))) {
-      end = RunEnd::kInterrupted;
-      wants_more = false;
-    } else if (const std::optional<Delivery> delivery = Pop()) {
-      silent = Now() + timeout;
-      wants_more = handle(*delivery);
-      context_.out.Flush();
-    } else if (Now() >= silent) {
-      end = RunEnd::kSilent;
-      wants_more = false;
+void SensorRun::Start(const SensorCounts& counts) {
+  running_ = true;
+  WriteSettings(*client_, writes_, counts[0].first);
+  // Asked before the start, so that a missing framework is waited for once.
+  for (const auto& [type, name] : Choose(counts)) {
+    StartSensor(type, name);
+  }
+}
+
+std::vector<std::pair<OpticalSensorType, std::string>> SensorRun::Choose(
+    const SensorCounts& counts) {
+  std::vector<std::pair<OpticalSensorType, std::string>> chosen;
+  std::vector<std::string> listed;
+  std::vector<std::string> wanted = options_.sensors;
+  for (const auto& [type, count] : counts) {
+    size_t index = 0;
+    for (const std::string& name : SensorNames(*client_, type)) {
+      const auto fits = [&](const std::string& prefix) { return name.starts_with(prefix); };
+      if (options_.sensors.empty() ? index++ < count : std::erase_if(wanted, fits) > 0) {
+        chosen.emplace_back(type, name);
+      }
+      listed.push_back(name);
     }
   }
-  Require(Stop(), fmt::format("cannot stop '{}'", sensor_));
-  return end;
+  const char* const kind = counts.size() == 1 ? TypeName(counts[0].first) : "optical";
+  if (listed.empty()) {
+    throw NoSensors(kind);
+  }
+  if (!wanted.empty()) {
+    throw Failure(ExitCode::kNotFound,
+                  fmt::format("no {} sensor has a name that begins with '{}'; choose one of '{}'",
+                              kind, wanted[0], fmt::join(listed, "', '")));
+  }
+  return chosen;
+}
+
+void SensorRun::StartSensor(OpticalSensorType type, const std::string& name) {
+  uint32_t session_id = 0;
+  HylErr result{};
+  if (type == OpticalSensorType::kFlicker) {
+    buffer_.resize(options_.buffer);
+    result = client_->EnableFlickerSensor(name.c_str(), buffer_.data(), buffer_.size(),
+                                          static_cast<uint8_t>(options_.bits), session_id);
+  } else {
+    result = client_->EnableAmbientLightSensor(name.c_str(), session_id,
+                                               options_.mode == "on-change"
+                                                   ? SensorReportingMode::kOnChange
+                                                   : SensorReportingMode::kContinuous);
+  }
+  Require(result, fmt::format("cannot start '{}'", name));
+  sensors_.push_back({type, client_->GetSensorName(session_id).c_str(), session_id});
+}
+
+std::string SensorRun::names() const {
+  std::vector<std::string> names;
+  for (const Sensor& sensor : sensors_) {
+    names.push_back(sensor.name);
+  }
+  return fmt::format("{}", fmt::join(names, "', '"));
+}
+
+RunEnd SensorRun::Pump(double timeout, const Handle& handle) {
+  Clock& clock = *context_.clock;
+  const int64_t time_up = After(clock.Now(), options_.seconds);
+  int64_t silent = After(clock.Now(), timeout);
+  std::optional<RunEnd> end;
+  bool wants_more = true;
+  while (!end) {
+    const int64_t until = std::min(time_up, silent);
+    if (!wants_more || clock.Now() >= time_up) {
+      end = RunEnd::kDone;
+    } else if (!context_.out.Wait(filled_.get(), clock.MillisecondsUntil(until))) {
+      end = RunEnd::kInterrupted;
+    } else if (const std::optional<Delivery> delivery = Pop()) {
+      silent = After(clock.Now(), timeout);
+      wants_more = handle(*delivery);
+      context_.out.Flush();
+    } else if (clock.ended()) {
+      end = RunEnd::kDone;
+    } else if (clock.Now() >= silent) {
+      end = RunEnd::kSilent;
+    } else {
+      clock.Continue(until);
+      const std::lock_guard lock(mutex_);
+      dropped_ += clock.TakeDrops();
+    }
+  }
+  Require(Stop(), fmt::format("cannot stop '{}'", names()));
+  while (wants_more) {
+    const std::optional<Delivery> delivery = Pop();
+    wants_more = delivery && handle(*delivery);
+  }
+  return *end;
 }
 
 void SensorRun::Finish(RunEnd end) {
-  const std::lock_guard lock(mutex_);
-  if (dropped_ > 0) {
-    PrintNotice(
-        fmt::format("the output is slower than the sensor; dropped {} of its messages", dropped_));
+  if (all_dropped_ > 0) {
+    PrintNotice(fmt::format("the output is slower than the sensor; dropped {} of its messages",
+                            all_dropped_));
   }
   if (end == RunEnd::kSilent) {
     throw Failure(ExitCode::kLost,
                   fmt::format("'{}' has sent nothing for too long; check that the sensor framework "
                               "still runs, or allow more with --timeout",
-                              sensor_));
+                              names()));
   }
 }
 
-void SensorRun::OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t timestamp) {
-  Push([&] { return SpectralSample{timestamp, {values.begin(), values.end()}}; });
+void SensorRun::OnSpectralData(uint32_t kind, uint32_t session_id, const Vector<float>& values,
+                               int64_t timestamp) {
+  Push(session_id, [&] { return SpectralSample{kind, timestamp, {values.begin(), values.end()}}; });
 }
 
-void SensorRun::OnFlickerData(uint32_t, const FlickerSampleBlock* block) {
-  Push([=] {
-    return FlickerBlock{block->seq_num,
-                        block->format_param,
-                        (block->restart & 1) != 0,
-                        {block->samples, block->samples + block->num_samples}};
+void SensorRun::OnFlickerData(uint32_t session_id, const FlickerSampleBlock* block) {
+  Push(session_id, [=] {
+    return FlickerBlock{*block, {block->samples, block->samples + block->num_samples}};
   });
 }
 
 /// Adds the delivery that `make` returns. One for which there is no memory is dropped: nothing may
 /// be thrown through a callback.
 template <typename Make>
-void SensorRun::Push(Make make) noexcept {
+void SensorRun::Push(uint32_t session_id, Make make) noexcept {
   try {
-    Delivery delivery = make();
+    Delivery delivery = {0, session_id, make()};
     const std::lock_guard lock(mutex_);
+    // Under the lock, so that the order is that of the times.
+    delivery.time_ns = context_.clock->Now() - start_ns_;
     deliveries_.push_back(std::move(delivery));
     if (deliveries_.size() > kMaxDeliveries) {
       deliveries_.pop_front();
@@ -182,8 +254,15 @@ void SensorRun::Push(Make make) noexcept {
   }
 }
 
+/// What was dropped comes before the oldest that was not.
 std::optional<Delivery> SensorRun::Pop() {
   const std::lock_guard lock(mutex_);
+  if (dropped_ > 0) {
+    const int64_t time_ns =
+        deliveries_.empty() ? context_.clock->Now() - start_ns_ : deliveries_.front().time_ns;
+    all_dropped_ += dropped_;
+    return Delivery{time_ns, 0, Drop{std::exchange(dropped_, 0)}};
+  }
   if (deliveries_.empty()) {
     return std::nullopt;
   }
@@ -196,13 +275,17 @@ std::optional<Delivery> SensorRun::Pop() {
   return oldest;
 }
 
+/// All of them, whatever becomes of the others. Returns the first that could not be stopped.
 HylErr SensorRun::Stop() {
-  const uint32_t session_id = std::exchange(session_id_, 0);
-  if (session_id == 0) {
-    return HylErr::kOk;
+  HylErr first = HylErr::kOk;
+  for (const Sensor& sensor : running_ ? sensors_ : std::vector<Sensor>()) {
+    const HylErr result = sensor.type == OpticalSensorType::kFlicker
+                              ? client_->DisableFlickerSensor(sensor.session_id)
+                              : client_->DisableAmbientLightSensor(sensor.session_id);
+    first = first == HylErr::kOk ? result : first;
   }
-  return type_ == OpticalSensorType::kFlicker ? client_->DisableFlickerSensor(session_id)
-                                              : client_->DisableAmbientLightSensor(session_id);
+  running_ = false;
+  return first;
 }
 
 }  // namespace hyl::v2::tool

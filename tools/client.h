@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -23,19 +24,27 @@ namespace hyl::v2::tool {
 
 /// One sample of an ambient-light sensor.
 struct SpectralSample {
+  uint32_t kind;
   int64_t timestamp_ns;
   std::vector<float> values;
 };
 
 /// One block of flicker samples, copied out of the client's buffer.
 struct FlickerBlock {
-  uint32_t seq_num;
-  uint32_t sample_rate_hz;
-  bool restart;
+  FlickerSampleBlock fields;  ///< its own `samples` are void
   std::vector<int32_t> samples;
 };
 
-using Delivery = std::variant<SpectralSample, FlickerBlock>;
+/// Callbacks for which there was no room.
+struct Drop {
+  uint64_t count;
+};
+
+struct Delivery {
+  int64_t time_ns;      ///< since the beginning of the run
+  uint32_t session_id;  ///< of a Drop, none
+  std::variant<SpectralSample, FlickerBlock, Drop> what;
+};
 
 struct DestroyClient {
   void operator()(HylSpectralApi* api) const { HylSpectralApi::Destroy(&api); }
@@ -55,15 +64,21 @@ const char* TypeName(OpticalSensorType type);
 /// For a list of sensors that is empty. `kind` is what sensors should be there.
 Failure NoSensors(const char* kind);
 
-/// The options that stream and flicker share.
+/// The options of the commands that run sensors. Not all have all of them.
 struct RunOptions {
-  std::string sensor;                                        ///< empty for the first listed
-  std::vector<std::string> assignments;                      ///< settings, as NAME=VALUE
+  std::vector<std::string> sensors;      ///< beginnings of names; empty for the first listed
+  std::vector<std::string> assignments;  ///< settings, as NAME=VALUE
   double seconds = std::numeric_limits<double>::infinity();  ///< then the run ends
-  double timeout = 5;  ///< seconds of silence that are too long
+  double timeout = 5;               ///< seconds of silence that are too long
+  std::string mode = "continuous";  ///< of ambient-light sensors
+  int bits = 16;                    ///< of flicker samples
+  size_t buffer = 4096;             ///< in flicker samples
 };
 
-void AddRunOptions(CLI::App& command, RunOptions& options);
+/// `sensors` is what the command's help says of them, and `most` their number.
+void AddRunOptions(CLI::App& command, RunOptions& options, const char* sensors, int most);
+void AddModeOption(CLI::App& command, RunOptions& options);
+void AddFlickerOptions(CLI::App& command, RunOptions& options);
 
 /// What to draw on; none where the samples are to be printed.
 std::optional<Panel> PanelOf(const Context& context);
@@ -75,30 +90,43 @@ enum class RunEnd {
   kSilent,       ///< nothing came for longer than allowed
 };
 
-/// A sensor that runs from construction to Pump's return, or to destruction, and the queue that
-/// hands its data from the framework's threads to the main thread. A full queue drops its oldest
-/// entry and counts it, so that a held-up output neither grows memory nor holds up the framework.
+/// Types of sensors, and how many of each run where none is named.
+using SensorCounts = std::vector<std::pair<OpticalSensorType, size_t>>;
+
+/// Sensors that run until Pump's return, or destruction, and the queue that hands their data from
+/// the framework's threads to the main thread. A full queue drops its oldest entry and counts it,
+/// so that a held-up output neither grows memory nor holds up the framework.
 class SensorRun : private HylSpectralApiCallbackInterface {
  public:
-  /// Starts the sensor of that name and hands out a session id.
-  using Enable = std::function<HylErr(HylSpectralApi&, const char* name, uint32_t& session_id)>;
+  struct Sensor {
+    OpticalSensorType type;
+    std::string name;
+    uint32_t session_id;
+  };
   /// Takes a delivery; returns whether it wants more.
   using Handle = std::function<bool(const Delivery&)>;
 
-  /// Writes the settings, then starts the sensor by `enable`. Throws Failure.
-  SensorRun(const Context& context, OpticalSensorType type, const RunOptions& options,
-            const Enable& enable);
+  SensorRun(const Context& context, const RunOptions& options);
   ~SensorRun() override;
 
-  /// The sensor's whole name.
-  const std::string& sensor() const { return sensor_; }
+  /// Writes the settings, then starts the sensors. Throws Failure.
+  void Start(const SensorCounts& counts);
 
-  /// Passes deliveries to `handle` until the run ends, then stops the sensor. Flushes the output
+  const std::vector<Sensor>& sensors() const { return sensors_; }
+  /// Their names, parted by "', '".
+  std::string names() const;
+
+  HylSpectralApi& api() { return *client_; }
+
+  /// Passes deliveries to `handle` until the run ends, then stops the sensors. Flushes the output
   /// after each, so that neither a signal nor the output waits for a backlog. Throws QuietEnd when
   /// the reader of the output goes, also while nothing is written, and Failure.
-  RunEnd Pump(double seconds, double timeout, const Handle& handle);
+  RunEnd Pump(double timeout, const Handle& handle);
 
-  /// Tells of deliveries that were dropped. Throws Failure when the sensor fell silent.
+  /// How many callbacks have been dropped, as far as Pump has told.
+  uint64_t dropped() const { return all_dropped_; }
+
+  /// Tells of deliveries that were dropped. Throws Failure when the sensors fell silent.
   void Finish(RunEnd end);
 
  private:
@@ -106,20 +134,30 @@ class SensorRun : private HylSpectralApiCallbackInterface {
                       int64_t timestamp) override;
   void OnFlickerData(uint32_t session_id, const FlickerSampleBlock* block) override;
   template <typename Make>
-  void Push(Make make) noexcept;
+  void Push(uint32_t session_id, Make make) noexcept;
   std::optional<Delivery> Pop();
+  std::vector<std::pair<OpticalSensorType, std::string>> Choose(const SensorCounts& counts);
+  void StartSensor(OpticalSensorType type, const std::string& name);
   HylErr Stop();
 
   const Context& context_;
-  const OpticalSensorType type_;
-  uint32_t session_id_ = 0;  // 0 once stopped
-  std::string sensor_;
+  const RunOptions& options_;
+  const int64_t start_ns_;
+  std::vector<int> buffer_;  // of the flicker sensor
+  std::vector<Sensor> sensors_;
+  bool running_ = false;
   const FileDescriptor filled_;  // readable while there is a delivery
   std::mutex mutex_;             // guards deliveries_ and dropped_
   std::deque<Delivery> deliveries_;
-  uint64_t dropped_ = 0;
+  uint64_t dropped_ = 0;                   // not yet told by a Drop
+  uint64_t all_dropped_ = 0;               // told
   const std::vector<SettingCall> writes_;  // read before the client looks for the framework
   Client client_;                          // goes first: until then it may deliver
 };
+
+// What a recording is made of.
+
+std::string RecordingHeader(const Context& context, const RunOptions& options, SensorRun& run);
+std::string RecordingLine(const SensorRun& run, const Delivery& delivery);
 
 }  // namespace hyl::v2::tool

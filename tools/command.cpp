@@ -44,6 +44,7 @@ void AddCommandLine(CLI::App& app, Context& context) {
                            "how to print; text unless given; csv for samples alone"),
             "text|json|csv");
   AddSceneOptions(app);
+  AddReplayOptions(app, context);
   app.require_subcommand(1);
   app.fallthrough();
   app.parse_complete_callback([&] {
@@ -52,10 +53,15 @@ void AddCommandLine(CLI::App& app, Context& context) {
         !app.got_subcommand("flicker")) {
       throw Failure(ExitCode::kUsage, "csv is for stream and flicker; choose text or json");
     }
+    if (!context.clock->header().empty() &&
+        (app.got_subcommand("get") || app.got_subcommand("set"))) {
+      throw Failure(ExitCode::kUsage, "a recording has no settings but those in its first line");
+    }
   });
   AddListCommand(app, context);
   AddStreamCommand(app, context);
   AddFlickerCommand(app, context);
+  AddRecordCommand(app, context);
   AddGetCommand(app, context);
   AddSetCommand(app, context);
   for (CLI::App* const command : app.get_subcommands({})) {

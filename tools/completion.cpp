@@ -63,11 +63,15 @@ Words NextArguments(const std::string& command, const Words& arguments) {
     const auto wanted = (SettingTo(direction, arguments[0]).*direction).Arguments();
     return arguments.size() <= wanted.size() ? Choices(wanted[arguments.size() - 1].name) : Words();
   }
-  if (!arguments.empty() || command == "list") {
-    return {};
+  Words names;
+  if (command == (arguments.empty() ? "stream" : "record")) {
+    names = SensorNames(*Connect(), OpticalSensorType::kAmbientLight);
   }
-  return SensorNames(*Connect(), command == "stream" ? OpticalSensorType::kAmbientLight
-                                                     : OpticalSensorType::kFlicker);
+  if (command == (arguments.empty() ? "flicker" : "record")) {
+    const Words flicker = SensorNames(*Connect(), OpticalSensorType::kFlicker);
+    names.insert(names.end(), flicker.begin(), flicker.end());
+  }
+  return names;
 }
 
 Words AllThatFit(const CLI::App& app, const Words& words) {

@@ -17,6 +17,7 @@ constexpr std::pair<ExitCode, const char*> kExitCodeTexts[] = {
     {ExitCode::kFramework, "the sensor framework is missing, or refused"},
     {ExitCode::kOutput, "the output or the picture could not be written"},
     {ExitCode::kLost, "the sensor was lost: it no longer sends anything"},
+    {ExitCode::kRecording, "the recording cannot be replayed"},
 };
 
 ExitCode ExitCodeOf(HylErr result) {

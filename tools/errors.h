@@ -17,6 +17,7 @@ enum class ExitCode : int {
   kFramework = 5,
   kOutput = 6,
   kLost = 7,
+  kRecording = 8,
 };
 
 /// The codes with their meanings, for the end of --help.

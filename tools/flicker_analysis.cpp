@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <complex>
 #include <cstdlib>
 #include <numbers>
 
-#include <kissfft/kissfft.hh>
+#include <fmt/format.h>
+
+#include "text.h"
 
 namespace hyl::v2::tool {
 namespace {
@@ -46,16 +47,6 @@ Trend TrendOf(std::span<const int32_t> samples) {
   return trend;
 }
 
-/// Whether the transform of so many samples is fast: where 2, 3 and 5 are the only prime factors.
-bool IsFast(size_t count) {
-  for (const size_t factor : {2U, 3U, 5U}) {
-    while (count % factor == 0) {
-      count /= factor;
-    }
-  }
-  return count == 1;
-}
-
 double Median(std::vector<double> values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
@@ -90,50 +81,22 @@ SpectrumPeak Interpolate(const FlickerSpectrum& spectrum, size_t entry) {
 
 }  // namespace
 
-FlickerLevels LevelsOf(std::span<const int32_t> samples) {
-  const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
-  double sum = 0;
-  double light = 0;  // the sum of what is not below darkness
-  for (const int32_t sample : samples) {
-    sum += sample;
-    light += std::max(0, sample);
-  }
-  const double mean = sum / static_cast<double>(samples.size());
-  FlickerLevels levels = {mean, static_cast<double>(*min), static_cast<double>(*max), {}, {}};
-  if (mean <= 0 || -levels.min >= mean) {
-    return levels;
-  }
-  const double darkest = std::max(0.0, levels.min);
-  levels.modulation_percent = 100 * (levels.max - darkest) / (levels.max + darkest);
-  double above = 0;
-  for (const int32_t sample : samples) {
-    above += std::max(0.0, sample - mean);
-  }
-  levels.flicker_index = above / light;
-  return levels;
-}
-
 FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_hz) {
   if (samples.size() < 2) {
     return {sample_rate_hz, 0, {}};
   }
-  while (!IsFast(samples.size())) {
-    samples = samples.subspan(1);
-  }
   const size_t count = samples.size();
   const Trend trend = TrendOf(samples);
-  std::vector<std::complex<double>> windowed(count);
+  std::vector<double> windowed(count);
   for (size_t i = 0; i < count; ++i) {
     windowed[i] = (samples[i] - trend.At(i)) * HannWeight(i, count);
   }
-  std::vector<std::complex<double>> bins(count);
-  kissfft<double>(count, false).transform(windowed.data(), bins.data());
-  FlickerSpectrum spectrum = {
-      sample_rate_hz / static_cast<double>(count), std::abs(trend.At(count) - trend.At(0)), {}};
+  FlickerSpectrum spectrum = {sample_rate_hz / static_cast<double>(count),
+                              std::abs(trend.At(count) - trend.At(0)),
+                              host::FourierMagnitudes(windowed)};
   // The window's weights add up to half the count, and a sine wave has half its amplitude here.
-  const double scale = 4 / static_cast<double>(count);
-  for (size_t i = 0; i < count / 2 + 1; ++i) {
-    spectrum.amplitudes.push_back(scale * std::abs(bins[i]));
+  for (double& amplitude : spectrum.amplitudes) {
+    amplitude *= 4 / static_cast<double>(count);
   }
   return spectrum;
 }
@@ -203,6 +166,18 @@ bool FlickerRecorder::Continues(uint32_t seq_num, size_t count) {
   unnumbered_ = seq_num == 0;
   counts_.steps_back += still_unnumbered ? 0 : 1;
   return still_unnumbered;
+}
+
+std::string MeasuresText(const FlickerReport& report) {
+  const auto& [visibility, risk, absent] = report.measures;
+  return fmt::format("SVM {}, risk {}", FixedText(visibility, 2, ""),
+                     risk ? *risk : fmt::format("unknown: {}", absent.value_or("")));
+}
+
+std::string ExposureAdvice(const FlickerReport& report) {
+  const auto& hz = report.frequency_hz;
+  return "exposures without bands: " +
+         (hz ? fmt::format("multiples of {:.3f} ms", host::BandFreeStepMs(*hz)) : "all");
 }
 
 }  // namespace hyl::v2::tool

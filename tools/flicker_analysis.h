@@ -5,30 +5,12 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
+#include <hyl/host/light_measures.h>
+
 namespace hyl::v2::tool {
-
-/// What the light does in a stretch of samples.
-///
-/// Modulation and flicker index are those of IEEE Std 1789-2015, clause 3 ("percent flicker" and
-/// "flicker index"). They compare light with darkness: a sample below 0, which only noise brings
-/// about, counts as darkness, and where such noise reaches as far down as the mean is high, there
-/// is no light to speak of and they have no value.
-struct FlickerLevels {
-  double mean;
-  double min;
-  double max;
-  /// (max - min) / (max + min), in percent.
-  std::optional<double> modulation_percent;
-  /// The area above the mean as a part of the whole area, 0 to 1.
-  std::optional<double> flicker_index;
-
-  bool operator==(const FlickerLevels&) const = default;
-};
-
-/// `samples` must not be empty.
-FlickerLevels LevelsOf(std::span<const int32_t> samples);
 
 /// Amplitudes of the sine waves that the samples are made of.
 struct FlickerSpectrum {
@@ -38,9 +20,8 @@ struct FlickerSpectrum {
 };
 
 /// The spectrum, free of mean and linear drift, through a Hann window (F. J. Harris, "On the use of
-/// windows for harmonic analysis with the discrete Fourier transform", Proc. IEEE 66, 1978). Of the
-/// newest samples, as many as make the transform fast: all but a few percent. Empty for less than
-/// two.
+/// windows for harmonic analysis with the discrete Fourier transform", Proc. IEEE 66, 1978). Empty
+/// for less than two samples.
 FlickerSpectrum SpectrumOf(std::span<const int32_t> samples, double sample_rate_hz);
 
 struct SpectrumPeak {
@@ -102,8 +83,9 @@ struct FlickerReport {
   double full_scale;  ///< of a sample
   FlickerCounts counts;
   std::span<const int32_t> samples;  ///< the stretch that the values below describe; not empty
-  FlickerLevels levels;
+  host::FlickerLevels levels;
   std::optional<double> frequency_hz;
+  host::LightMeasures measures;
 
   double Seconds() const { return static_cast<double>(counts.samples) / sample_rate_hz; }
   /// The samples of so many seconds, or as many as there are.
@@ -113,5 +95,8 @@ struct FlickerReport {
   /// A level in percent of full scale.
   double Percent(double level) const { return 100 * level / full_scale; }
 };
+
+std::string MeasuresText(const FlickerReport& report);
+std::string ExposureAdvice(const FlickerReport& report);
 
 }  // namespace hyl::v2::tool

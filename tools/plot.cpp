@@ -121,7 +121,8 @@ std::string Script(const FlickerReport& report, const std::string& sensor, bool 
       FixedText(report.levels.flicker_index, 3, ""), report.Percent(report.levels.mean));
   return WaveData(report) + SpectrumData(report, spectrum) + "set terminal " +
          (svg ? "svg size 1000,750 dynamic background 'white'" : "pngcairo size 1000,750") +
-         " noenhanced\nset multiplot layout 2,1 title " + GnuplotString(title) +
+         " noenhanced\nset multiplot layout 2,1 title " + GnuplotString(title) + ".\"\\n\"." +
+         GnuplotString(MeasuresText(report) + "; " + ExposureAdvice(report)) +
          "\nset grid\nunset key\nset lmargin 12\n"
          "set xlabel 'time / ms'\nset ylabel 'level / % of full scale'\n"
          "set yrange [*<0:*]\nplot $wave with lines lc rgb '#1f5fa8'\n"

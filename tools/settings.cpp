@@ -356,6 +356,19 @@ std::vector<SettingCall> ParseAssignments(const Words& texts) {
   return writes;
 }
 
+Json ReadableSettings(HylSpectralApi& api) {
+  Json settings = Json::object();
+  HylErr err = HylErr::kOk;
+  for (const SettingCall& read : ReadsOf({.name = {}, .words = {}, .all = true})) {
+    Json value;
+    err = err == HylErr::kFailed ? err : read.setting->read.run(api, {}, value);
+    if (err == HylErr::kOk) {
+      settings[read.setting->name] = value;
+    }
+  }
+  return settings;
+}
+
 void WriteSettings(HylSpectralApi& api, std::span<const SettingCall> writes,
                    OpticalSensorType type) {
   bool gain_written = false;

@@ -63,6 +63,10 @@ SettingCall ParseCall(Direction direction, const std::string& name,
 /// The writes that texts of the form "NAME=VALUE" or "NAME=VALUE,VALUE" stand for. Throws Failure.
 std::vector<SettingCall> ParseAssignments(const std::vector<std::string>& texts);
 
+/// All settings that can be read without an argument, by name. Ends early, lest it wait for each,
+/// where the framework does not answer.
+Json ReadableSettings(HylSpectralApi& api);
+
 /// Carries out writes, in order, for a sensor of the given type that is to run next. Tells the user
 /// where another value was applied than was asked for, and where automatic gain overrides a gain.
 /// Throws Failure at the first write that fails.

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <stdexcept>
+
 #include <fmt/format.h>
 
 #include "command.h"
@@ -5,6 +8,7 @@
 
 #ifdef HYL_HOST_FRAMEWORK
 
+#include <hyl/host/replay.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 
@@ -34,7 +38,72 @@ std::string CheckScene(const std::string& text) {
   return host::ParseScene(text) ? "" : fmt::format("'{}' {}", text, host::kNoScene);
 }
 
+[[noreturn]] void ThrowFailure(const std::runtime_error& fault) {
+  throw Failure(ExitCode::kRecording,
+                fmt::format("{}; docs/recordings.md tells what can be replayed", fault.what()));
+}
+
+class RecordingClock : public Clock {
+ public:
+  /// Infinite speed waits for nothing.
+  RecordingClock(const std::string& file, const double& speed) try : speed_(speed), replay_(file) {
+  } catch (const std::runtime_error& fault) {
+    ThrowFailure(fault);
+  }
+
+  int64_t Now() const override { return replay_.Now(); }
+
+  int MillisecondsUntil(int64_t time) const override {
+    if (ended()) {
+      return 0;
+    }
+    const double due = static_cast<double>(std::min(time, replay_.NextDue())) / speed_;
+    return real_time_.MillisecondsUntil(start_ + static_cast<int64_t>(std::min(due, 1e18)));
+  }
+
+  void Continue(int64_t time) override {
+    try {
+      if (MillisecondsUntil(time) > 0) {  // the wait was cut short
+        return;
+      }
+      if (replay_.NextDue() <= time) {
+        replay_.Step();
+      } else {
+        replay_.Advance(std::chrono::nanoseconds(time - Now()));
+      }
+    } catch (const std::runtime_error& fault) {
+      ThrowFailure(fault);
+    }
+    if (ended() && replay_.cut_off()) {
+      PrintNotice("the recording ends in the middle of a line, which is left out");
+    }
+  }
+
+  bool ended() const override { return replay_.NextDue() == kNever; }
+  uint64_t TakeDrops() override { return replay_.TakeDrops(); }
+  std::string header() const override { return replay_.header(); }
+
+ private:
+  const Clock real_time_;
+  const int64_t start_ = real_time_.Now();
+  const double& speed_;
+  host::Replay replay_;
+};
+
 }  // namespace
+
+void AddReplayOptions(CLI::App& app, Context& context) {
+  const auto replay = [&context](const std::string& file) {
+    context.clock = std::make_unique<RecordingClock>(file, context.speed);
+  };
+  app.add_option_function<std::string>("--replay", replay, "take a recording in their place")
+      ->type_name("FILE")
+      ->group(kGroup);
+  TakeNumber(app.add_option("--speed", context.speed,
+                            "how fast to replay, inf for without waiting; 1 unless given"),
+             "X", 0.001, std::numeric_limits<double>::infinity())
+      ->group(kGroup);
+}
 
 void AddSceneOptions(CLI::App& app) {
   app.add_option_function<std::string>("--scene", SetScene,
@@ -78,6 +147,7 @@ void NoteSimulatedLifetime() {
 
 #else
 
+void hyl::v2::tool::AddReplayOptions(CLI::App&, Context&) {}
 void hyl::v2::tool::AddSceneOptions(CLI::App&) {}
 std::string hyl::v2::tool::SimulatedRangesHelp() {
   return {};

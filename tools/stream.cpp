@@ -16,7 +16,6 @@ namespace {
 
 struct StreamOptions {
   RunOptions run;
-  std::string mode = "continuous";
   uint64_t count = 0;  // 0 for no limit
 };
 
@@ -69,10 +68,6 @@ class StreamView {
   }
 
   std::string Line(const SpectralSample& sample) const {
-    if (context_.format == "json") {
-      return JsonLine(Json{
-          {"sensor", sensor_}, {"timestamp_ns", sample.timestamp_ns}, {"values", sample.values}});
-    }
     const bool csv = context_.format == "csv";
     std::string line =
         csv ? fmt::format("{}", sample.timestamp_ns) : fmt::format("{:10.3f} s", SecondsAt(sample));
@@ -123,20 +118,23 @@ class StreamView {
 };
 
 void RunStream(const Context& context, const StreamOptions& options) {
-  const bool on_change = options.mode == "on-change";
-  SensorRun run(context, OpticalSensorType::kAmbientLight, options.run,
-                [&](HylSpectralApi& api, const char* name, uint32_t& session_id) {
-                  return api.EnableAmbientLightSensor(name, session_id,
-                                                      on_change ? SensorReportingMode::kOnChange
-                                                                : SensorReportingMode::kContinuous);
-                });
-  StreamView view(context, run.sensor());
+  SensorRun run(context, options.run);
+  run.Start({{OpticalSensorType::kAmbientLight, 1}});
+  StreamView view(context, run.names());
+  const bool json = context.format == "json";
+  context.out.Add(json ? RecordingHeader(context, options.run, run) : "");
   // Without a change of the light an on-change sensor has nothing to send.
-  const double timeout = on_change ? std::numeric_limits<double>::infinity() : options.run.timeout;
+  const double timeout = options.run.mode == "on-change" ? std::numeric_limits<double>::infinity()
+                                                         : options.run.timeout;
   uint64_t left = options.count;
-  const RunEnd end = run.Pump(options.run.seconds, timeout, [&](const Delivery& delivery) {
-    view.Show(std::get<SpectralSample>(delivery));
-    return --left != 0;
+  const RunEnd end = run.Pump(timeout, [&](const Delivery& delivery) {
+    const auto* const sample = std::get_if<SpectralSample>(&delivery.what);
+    if (json) {
+      context.out.Add(RecordingLine(run, delivery));
+    } else if (sample != nullptr) {
+      view.Show(*sample);
+    }
+    return sample == nullptr || --left != 0;
   });
   view.Finish();
   context.out.Flush();
@@ -149,10 +147,9 @@ void AddStreamCommand(CLI::App& app, const Context& context) {
   CLI::App* const stream =
       app.add_subcommand("stream", "show the samples of an ambient-light sensor");
   const auto options = std::make_shared<StreamOptions>();
-  AddRunOptions(*stream, options->run);
-  TakeOneOf(stream->add_option("--mode", options->mode,
-                               "when the sensor reports; continuous unless given"),
-            "continuous|on-change");
+  AddRunOptions(*stream, options->run,
+                "its name, or the beginning of it; the first listed unless given", 1);
+  AddModeOption(*stream, options->run);
   TakeNumber(stream->add_option("--count", options->count, "end after N samples"), "N", 1, 1e15);
   stream->footer(
       "On a terminal the text format draws a bar a channel; elsewhere it is a line a sample.\n"

@@ -1,7 +1,7 @@
 # bash completion for hyl-spectral, which knows itself what fits.
 _hyl_spectral() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  if [[ $previous == --plot ]]; then
+  if [[ $previous =~ ^(--plot|--replay|record)$ ]]; then
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
     compopt -o filenames 2>/dev/null
     return

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <string>
@@ -39,6 +40,10 @@ using testing::StartsWith;
 
 size_t Lines(const std::string& text) {
   return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+Json LastLine(const std::string& text) {
+  return Json::parse(text.substr(text.rfind('\n', text.size() - 2) + 1));
 }
 
 std::string ReadAll(int fd) {
@@ -176,7 +181,7 @@ TEST_F(ToolTest, FailsWithACodeAndALine) {
       {"list --format csv", 2, "text or json"},
       {"--scene moon list", 2, "fluorescent"},
       {"stream  --count 1", 2, "must not be empty"},
-      {"stream rear front", 2, "front"},
+      {"stream rear front", 2, "SENSOR"},
       {"stream rear --colour", 2, "--colour"},
       {"stream rear --format xml", 2, "text,json,csv"},
       {"stream rear --mode off", 2, "continuous,on-change"},
@@ -314,8 +319,9 @@ TEST_F(ToolTest, PrintsSamples) {
   EXPECT_THAT(csv, StartsWith("timestamp_ns,channel_0,"));
   EXPECT_EQ(std::count(csv.begin(), csv.end(), ','), 4 * 12);
   const std::string json = RunCaptured("stream --count 1 --format json").out;
-  EXPECT_THAT(json, StartsWith("{\"sensor\":\"rear ambient light\",\"timestamp_ns\":"));
-  EXPECT_EQ(Json::parse(json)["values"].size(), 12U);
+  EXPECT_THAT(json, StartsWith("{\"line\":\"header\",\"format\":1,\"tool\":\"hyl-spectral"));
+  EXPECT_EQ(LastLine(json)["sensor"], "rear ambient light");
+  EXPECT_EQ(LastLine(json)["values"].size(), 12U);
   EXPECT_THAT(RunCaptured("stream front --count 1 --format json").out, HasSubstr("front ambient"));
 }
 
@@ -324,7 +330,8 @@ TEST_F(ToolTest, MeasuresFlicker) {
               AllOf(HasSubstr("24000 Hz"), HasSubstr("frequency 120.0"), HasSubstr("gaps 0")));
   const auto steady =
       Json::parse(RunCaptured("flicker --seconds 0.5 --scene daylight --format json").out);
-  EXPECT_TRUE(steady["frequency_hz"].is_null());
+  EXPECT_TRUE(steady["frequency_hz"].is_null() && steady["svm"].is_null());
+  EXPECT_EQ(steady["absent"], "less than a second in a row");
   EXPECT_GT(steady["samples"], 4800);  // in a row, though the decoder is reset every 0.1 s
   EXPECT_THAT(RunCaptured("flicker --seconds 0.3 --buffer 100"), EndsWithLine(0, "--buffer"));
 }
@@ -353,7 +360,7 @@ TEST_F(ToolTest, TellsWhatBecameOfASetting) {
     const RunResult result = RunCaptured(
         "stream --count 1 --format json --set spectral-auto-gain=off --set gain=0," + gain);
     EXPECT_THAT(result, SucceedsQuietly());
-    return Json::parse(result.out)["values"][10].get<double>();
+    return LastLine(result.out)["values"][10].get<double>();
   };
   EXPECT_NEAR(clear_channel("8") / clear_channel("1"), 8, 1);
 }
@@ -394,7 +401,8 @@ TEST_F(ToolTest, DrawsNoMoreThanThereIsRoomFor) {
   }
 }
 
-class PictureTest : public ToolTest {
+/// In an empty folder.
+class FileTest : public ToolTest {
  protected:
   void SetUp() override {
     std::string name = (std::filesystem::temp_directory_path() / "hyl-tool-XXXXXX").string();
@@ -412,6 +420,8 @@ class PictureTest : public ToolTest {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("."), {}));
   }
 };
+
+class PictureTest : public FileTest {};
 
 TEST_F(PictureTest, IsDrawnInBothFormats) {
   for (const std::string& file :
@@ -446,6 +456,75 @@ TEST_F(PictureTest, LeavesNothingBehindWhenItCannotBeDrawn) {
   EXPECT_THAT(RunCaptured("flicker --plot a.png"), EndsWithLine(6, "install it"));
   SetVariable("PATH", path.c_str());
   EXPECT_EQ(Files(), 0U);
+}
+
+class RecordingTest : public FileTest {
+ protected:
+  static std::string Text(const std::string& file) {
+    return ReadAll(FileDescriptor(open(file.c_str(), O_RDONLY)).get());
+  }
+  static std::string WithoutHeader(const std::string& text) { return text.substr(text.find('\n')); }
+  static void Write(const std::string& text) { std::ofstream("recording") << text; }
+};
+
+TEST_F(RecordingTest, IsWhatItsReplayGives) {
+  for (const std::string sensors : {"", " front --mode on-change", " flicker --bits 24", " fl r"}) {
+    SCOPED_TRACE(sensors);
+    host::SimulatedHub::Instance().SetFlickerFaults({.lose_every = 3, .repeat_chunk = 4});
+    EXPECT_THAT(RunCaptured("record device --seconds 0.5 --lux 90" + sensors), SucceedsQuietly());
+    const std::string recorded = Text("device");
+    EXPECT_GT(Lines(recorded), 1U);
+    for (const char* const speed : {"inf", "20"}) {
+      EXPECT_THAT(RunCaptured("record replay --replay device --speed " + (speed + sensors)),
+                  SucceedsQuietly());
+      EXPECT_EQ(WithoutHeader(Text("replay")), WithoutHeader(recorded));
+    }
+    Json header = Json::parse(recorded.substr(0, recorded.find('\n')));
+    const std::string replay = Text("replay");
+    header["time"] = Json::parse(replay.substr(0, replay.find('\n')))["time"];
+    EXPECT_THAT(replay, StartsWith(JsonLine(header)));
+  }
+}
+
+TEST_F(RecordingTest, IsWhatJsonFormatPrints) {
+  for (const std::string run : {"stream rear", "flicker --samples --buffer 100"}) {
+    const std::string printed = RunCaptured(run + " --seconds 0.3 --format json").out;
+    Write(printed);
+    const RunResult replayed = RunCaptured(run + " --format json --replay recording --speed inf");
+    EXPECT_EQ(WithoutHeader(replayed.out), WithoutHeader(printed));
+  }
+}
+
+TEST_F(RecordingTest, KeepsWhatWasDropped) {
+  std::string text =
+      "{\"line\":\"header\",\"format\":1,\"sensors\":[{\"name\":\"rear\",\"type\":"
+      "\"ambient-light\"}]}\n";
+  const std::string sample =
+      "{\"line\":\"spectral\",\"time_ns\":5,\"sensor\":\"rear\",\"kind\":0,"
+      "\"timestamp_ns\":1,\"values\":[1.5]}\n";
+  text += sample + "{\"line\":\"drop\",\"time_ns\":5,\"count\":7}\n" + sample;
+  Write(text + "{\"line\":\"spec");
+  const RunResult result = RunCaptured("record replay --replay recording");
+  EXPECT_THAT(result.err, AllOf(HasSubstr("in the middle of a line"), HasSubstr("dropped 7")));
+  EXPECT_THAT(result.out, HasSubstr("4 lines"));
+  EXPECT_EQ(WithoutHeader(Text("replay")), WithoutHeader(text));
+}
+
+TEST_F(RecordingTest, FailsWithACodeAndALine) {
+  Write("{\"line\":\"header\",\"format\":1,\"sensors\":[]}\n[]\n");
+  const std::tuple<const char*, int, const char*> cases[] = {
+      {"record /nowhere/a", 6, "No such file"},
+      {"record a moon", 3, "'rear ambient light', 'front ambient light', 'flicker'"},
+      {"record /dev/full", 6, "No space left"},
+      {"--replay nosuch list", 8, "nosuch"},
+      {"--replay recording list", 8, "recording, line 2: 'time_ns' is missing"},
+      {"--speed 0 list", 2, "0.001"}};
+  for (const auto& [arguments, code, says] : cases) {
+    EXPECT_THAT(RunCaptured(arguments), EndsWithLine(code, says)) << arguments;
+  }
+  RunCaptured("record recording --seconds 0.1");
+  EXPECT_THAT(RunCaptured("--replay recording get --all"), EndsWithLine(2, "no settings"));
+  EXPECT_THAT(RunCaptured("--replay recording stream --set gain=0,1"), EndsWithLine(5, "gain"));
 }
 
 }  // namespace

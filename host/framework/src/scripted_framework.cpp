@@ -86,8 +86,8 @@ class ScriptedFramework::Connection final : public Api {
                        .handle = handle,
                        .type = type,
                        .request = CopyOf(request),
-                       .callbacks = callbacks.get(),
-                       .result = framework_.NextResult()};
+                       .callbacks = callbacks.get()};
+    call.result = framework_.NextResult(call);
     framework_.Note(call);
     if (call.result == HylErr::kOk && hub_ != nullptr) {
       call.result = hub_->InvokeAsyncServiceCall(handle, type, request, callbacks);
@@ -145,6 +145,11 @@ void ScriptedFramework::FailCreate(int n) {
 void ScriptedFramework::RefuseInvoke(int n, HylErr result) {
   const std::lock_guard lock(mutex_);
   invokes_.Plan(n, result);
+}
+
+void ScriptedFramework::RefuseIf(std::function<HylErr(const FrameworkCall&)> judge) {
+  const std::lock_guard lock(mutex_);
+  judge_ = std::move(judge);
 }
 
 void ScriptedFramework::UseSimulatedHub() {
@@ -280,9 +285,15 @@ std::vector<SensorListEntry> ScriptedFramework::GetSensorList(int api) {
   return list(query);
 }
 
-HylErr ScriptedFramework::NextResult() {
-  const std::lock_guard lock(mutex_);
-  return invokes_.Next();
+HylErr ScriptedFramework::NextResult(const FrameworkCall& call) {
+  std::function<HylErr(const FrameworkCall&)> judge;
+  HylErr planned = HylErr::kOk;
+  {
+    const std::lock_guard lock(mutex_);
+    planned = invokes_.Next();
+    judge = judge_;
+  }
+  return planned == HylErr::kOk && judge ? judge(call) : planned;
 }
 
 void ScriptedFramework::Accept(const FrameworkCall& call, const Callbacks& callbacks) {

@@ -79,6 +79,9 @@ class ScriptedFramework {
   void FailCreate(int n);
   /// Refuses the n-th request from now on with `result`.
   void RefuseInvoke(int n, HylErr result);
+  /// Refuses every request for which `judge` returns a result other than kOk, with that result. It
+  /// runs on the calling thread, without a lock of the framework held. An empty function ends this.
+  void RefuseIf(std::function<HylErr(const FrameworkCall&)> judge);
   /// Connects each Api made from now on to the simulated hub, which receives its accepted requests.
   void UseSimulatedHub();
   void SetSensorList(std::vector<SensorListEntry> list);
@@ -146,7 +149,7 @@ class ScriptedFramework {
   };
 
   std::vector<SensorListEntry> GetSensorList(int api);
-  HylErr NextResult();
+  HylErr NextResult(const FrameworkCall& call);
   void Accept(const FrameworkCall& call, const Callbacks& callbacks);
   void Destroyed(int api);
   /// Records the call and runs the hook.
@@ -161,6 +164,7 @@ class ScriptedFramework {
   std::vector<std::pair<uint32_t, uint32_t>> running_;
   Results creates_;
   Results invokes_;
+  std::function<HylErr(const FrameworkCall&)> judge_;
   int list_queries_ = 0;
   int apis_ = 0;
   int live_apis_ = 0;
