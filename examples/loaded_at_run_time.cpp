@@ -47,8 +47,8 @@ int TakeOneSample(HylSpectralApi& api, FirstSample& sample) {
   return 0;
 }
 
-int main(int argc, char** argv) {
-  void* const library = dlopen(argc > 1 ? argv[1] : "hyl_v2_spectral_api.so", RTLD_NOW);
+int main() {
+  void* const library = dlopen("hyl_v2_spectral_api.so", RTLD_NOW);
   if (library == nullptr) {
     std::fprintf(stderr, "cannot load the library: %s\n", dlerror());
     return 1;

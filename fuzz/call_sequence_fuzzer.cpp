@@ -90,7 +90,7 @@ class Sequence {
     Destroy();
     framework_.ReleaseAnswers();
     framework_.AwaitAnswers();
-    EXPECT_EQ(0, framework_.live_apis());
+    EXPECT_EQ(0, framework_.LiveApis());
     framework_.DropCallbacks();
     EXPECT_TRUE(std::all_of(objects_.begin(), objects_.end(),
                             [](const auto& object) { return object.expired(); }));

@@ -154,10 +154,10 @@ TEST_F(SensorControlTest, DisableOfTheOtherKind) {
   const std::vector<FrameworkCall> stops = framework.TakeInvokes();
   ASSERT_EQ(2U, stops.size());
   EXPECT_EQ(0x010D0001U, stops[0].handle) << "always the flicker type's handle";
-  EXPECT_EQ(0x0A0103F4U, stops[0].client_id());
+  EXPECT_EQ(0x0A0103F4U, stops[0].ClientId());
   EXPECT_EQ(flicker_object, stops[0].callbacks);
   EXPECT_EQ(0x010D0000U, stops[1].handle);
-  EXPECT_EQ(0x0A00000DU, stops[1].client_id());
+  EXPECT_EQ(0x0A00000DU, stops[1].ClientId());
   EXPECT_EQ(rear_object, stops[1].callbacks) << "the object of priority 0";
 }
 

@@ -146,7 +146,7 @@ TEST_F(SpectralClientTest, SessionsOutliveTheClient) {
   Flicker session = EnableFlicker();
   client.reset();
   EXPECT_THAT(Running(), IsEmpty()) << "the client has disabled its sensors";
-  EXPECT_EQ(0, framework.live_apis());
+  EXPECT_EQ(0, framework.LiveApis());
   framework.Take();
   EXPECT_EQ("Rear ALS", rear->name());
   EXPECT_EQ(HylErr::kNotFound, rear->ChangeReporting(kOnChange));
