@@ -109,7 +109,7 @@ void Replay::State::Deliver(const Json& line) {
   const bool flicker = kind == "flicker";
   Require(flicker || kind == "spectral", "there is no such kind of line");
   const auto name = MemberOf<std::string>(line, "sensor");
-  const auto sensor = std::ranges::find_if(sensors, [&](const Sensor& candidate) {
+  const auto sensor = std::find_if(sensors.begin(), sensors.end(), [&](const Sensor& candidate) {
     return candidate.name == name && candidate.flicker == flicker;
   });
   Require(sensor != sensors.end(), "the header has no such sensor");
@@ -144,7 +144,7 @@ void Replay::State::DeliverFlicker(const Sensor& sensor, const Json& line) {
 
 void Replay::State::DeliverTo(const Sensor& sensor, const Message& message) {
   for (const auto& [handle, client_id] : framework.Running()) {
-    if (std::ranges::find(sensor.handles, handle) != sensor.handles.end()) {
+    if (std::find(sensor.handles.begin(), sensor.handles.end(), handle) != sensor.handles.end()) {
       framework.Deliver(handle, message);
       return;
     }
