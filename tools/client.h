@@ -4,7 +4,6 @@
 #include <deque>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
