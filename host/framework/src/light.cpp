@@ -1,14 +1,13 @@
 #include "light.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
 #include <numbers>
 #include <optional>
+#include <string>
 #include <string_view>
-#include <system_error>
 
 #include <android-base/logging.h>
 
@@ -51,9 +50,10 @@ bool SetNumber(std::string_view text, LightScene& scene) {
   if (number == std::end(kNumbers) || equals == text.size()) {
     return false;
   }
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, scene.*number->field);
-  return error == std::errc() && rest == end;
+  const std::string digits(text.substr(equals + 1));
+  char* rest = nullptr;
+  scene.*number->field = std::strtod(digits.c_str(), &rest);
+  return rest != digits.c_str() && *rest == '\0';
 }
 
 /// The counts per second, at gain 1, that one lux of each light gives on a channel.
