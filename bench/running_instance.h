@@ -12,7 +12,7 @@
 
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_instance.h>
 
 namespace hyl::v2::bench {
 
@@ -53,11 +53,8 @@ class RunningInstance {
   explicit RunningInstance(std::vector<SensorListEntry> sensors) {
     framework_.SetSensorList(std::move(sensors));
     framework_.SetRecording(false);
-    Require(HylSpectralApi::Create(&api_, &client_, HylLogLevel{}));
+    api_ = MakeInstance(&client_);
   }
-  ~RunningInstance() { HylSpectralApi::Destroy(&api_); }
-  RunningInstance(const RunningInstance&) = delete;
-  RunningInstance& operator=(const RunningInstance&) = delete;
 
   HylSpectralApi& api() { return *api_; }
   host::ScriptedFramework& framework() { return framework_; }
@@ -87,7 +84,7 @@ class RunningInstance {
 
   host::ScriptedFramework framework_;
   CountingClient client_;
-  HylSpectralApi* api_ = nullptr;
+  SpectralInstance api_;
 };
 
 }  // namespace hyl::v2::bench

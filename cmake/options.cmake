@@ -19,8 +19,3 @@ if(HYL_SANITIZE)
     -fsanitize=${HYL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(hyl_options INTERFACE -fsanitize=${HYL_SANITIZE})
 endif()
-
-# Gives a shared library the file name that it has on a device: NAME.so, without a prefix.
-function(hyl_device_name target name)
-  set_target_properties(${target} PROPERTIES PREFIX "" OUTPUT_NAME ${name})
-endfunction()

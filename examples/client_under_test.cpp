@@ -2,28 +2,37 @@
 // so that the test takes no time and always sees the same; the sensors lose data on request. The
 // second runs on a scripted framework, which refuses requests and delivers what the test wants.
 #include <chrono>
-#include <vector>
+#include <memory>
+#include <span>
 
 #include <gtest/gtest.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_client.h>
 
 using namespace hyl::v2;
 
 /// Counts the flicker samples that it gets and those that it misses.
-struct LossCounter : HylSpectralApiCallbackInterface {
-  void OnSpectralData(uint32_t, uint32_t, const Vector<float>&, int64_t) override {}
-  void OnFlickerData(uint32_t, const FlickerSampleBlock* block) override {
-    missed += block->seq_num - next;
-    next = block->seq_num + block->num_samples;
-    received += block->num_samples;
-  }
-  uint32_t next = 0;
+class LossCounter {
+ public:
+  HylErr Start() { return client_.EnableFlicker("", 1024, 16, session_); }
+  HylErr Stop() { return session_->Disable(); }
+
   uint32_t missed = 0;
   uint32_t received = 0;
+
+ private:
+  void Take(const FlickerSampleBlock& block) {
+    missed += block.seq_num - next_;
+    next_ = block.seq_num + block.num_samples;
+    received += block.num_samples;
+  }
+
+  uint32_t next_ = 0;
+  std::unique_ptr<FlickerSession> session_;
+  SpectralClient client_{{.flicker = [this](auto, const auto& block) { Take(block); }}};
 };
 
 class LossCounterTest : public testing::Test {
@@ -32,21 +41,16 @@ class LossCounterTest : public testing::Test {
     hub.Reset();
     hub.UseVirtualClock();
     hub.SetFlickerPacking({FlickerFormatSampleWidth::k16BitsIn2});  // whose numbers are exact
-    ASSERT_EQ(HylSpectralApi::Create(&api, &counter, HylLogLevel::kWarning), HylErr::kOk);
   }
-  void TearDown() override { HylSpectralApi::Destroy(&api); }
 
   void RunOneSecond() {
-    uint32_t session = 0;
-    ASSERT_EQ(api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session), HylErr::kOk);
+    ASSERT_EQ(counter.Start(), HylErr::kOk);
     hub.Advance(std::chrono::seconds(1));  // returns when all of it has been delivered
-    ASSERT_EQ(api->DisableFlickerSensor(session), HylErr::kOk);
+    ASSERT_EQ(counter.Stop(), HylErr::kOk);
   }
 
   host::SimulatedHub& hub = host::SimulatedHub::Instance();
-  std::vector<int> buffer = std::vector<int>(1024);
   LossCounter counter;
-  HylSpectralApi* api = nullptr;
 };
 
 TEST_F(LossCounterTest, MissesNothingFromASoundSensor) {
@@ -63,25 +67,23 @@ TEST_F(LossCounterTest, CountsEverySampleOfTheChunksThatTheSensorLoses) {
 }
 
 /// Keeps the latest brightness. Tries a second time when the sensor does not start.
-struct Brightness : HylSpectralApiCallbackInterface {
-  Brightness() {
-    EXPECT_EQ(HylSpectralApi::Create(&api, this, HylLogLevel::kWarning), HylErr::kOk);
-  }
-  ~Brightness() override { HylSpectralApi::Destroy(&api); }
-
+class Brightness {
+ public:
   HylErr Start() {
-    const auto mode = SensorReportingMode::kOnChange;
-    const HylErr err = api->EnableAmbientLightSensor("Rear", session, mode);
-    return err == HylErr::kOk ? err : api->EnableAmbientLightSensor("Rear", session, mode);
+    const HylErr err = TryToStart();
+    return err == HylErr::kOk ? err : TryToStart();
   }
-  void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {
-    latest = values.empty() ? latest : values[0];
-  }
-  void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
 
-  HylSpectralApi* api = nullptr;
-  uint32_t session = 0;
   float latest = 0;
+
+ private:
+  HylErr TryToStart() {
+    return client_.EnableAmbientLight("Rear", SensorReportingMode::kOnChange, session_);
+  }
+  void Take(std::span<const float> values) { latest = values.empty() ? latest : values[0]; }
+
+  std::unique_ptr<AmbientLightSession> session_;
+  SpectralClient client_{{.ambient_light = [this](auto values, auto) { Take(values); }}};
 };
 
 class BrightnessTest : public testing::Test {

@@ -2,9 +2,10 @@
 #include <chrono>
 #include <cstdio>
 #include <future>
+#include <memory>
+#include <span>
 
-#include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_client.h>
 
 using namespace hyl::v2;
 
@@ -19,48 +20,49 @@ constexpr Band kBands[] = {
     {35, 0.0024, 0.4073, 0.2123}, {37, 0.2904, 0.9540, 0.0203}, {39, 0.8425, 0.9154, 0.0018},
     {42, 1.0026, 0.5030, 0.0003}, {46, 0.3608, 0.1382, 0.0000}, {50, 0.0468, 0.0170, 0.0000}};
 
-/// McCamy's formula: kelvins, good from 2000 K to 12500 K.
-double ColourTemperature(const Vector<float>& values) {
+/// McCamy's formula: kelvins, good from 2000 K to 12500 K. 0 where the bands are missing or dark.
+double ColourTemperature(std::span<const float> values) {
+  if (values.size() < std::size(kBands)) {
+    return 0;
+  }
   double x = 0, y = 0, z = 0;
-  for (size_t i = 0; i < std::size(kBands) && i < values.size(); ++i) {
+  for (size_t i = 0; i < std::size(kBands); ++i) {
     const double power = static_cast<double>(values[i]) / kBands[i].width_nm;
     x += power * kBands[i].x;
     y += power * kBands[i].y;
     z += power * kBands[i].z;
   }
+  if (y <= 0) {
+    return 0;
+  }
   const double n = (x / (x + y + z) - 0.3320) / (0.1858 - y / (x + y + z));
   return ((449 * n + 3525) * n + 6823.3) * n + 5520.33;
 }
 
-struct FirstSample : HylSpectralApiCallbackInterface {
-  void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {
-    if (!taken) {
-      temperature.set_value(ColourTemperature(values));
-    }
-    taken = true;
-  }
-  void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
-  bool taken = false;  // only the one sensor's thread calls
-  std::promise<double> temperature;
-};
+/// 0 where the sensor is silent for five seconds.
+double Measure(std::future<double> first) {
+  return first.wait_for(std::chrono::seconds(5)) == std::future_status::ready ? first.get() : 0;
+}
 
 int main() {
-  host::SimulatedHub::Instance().SetScene({.kind = host::LightKind::kWarmLed});  // not on a device
-  FirstSample sample;
-  HylSpectralApi* api = nullptr;
-  if (HylSpectralApi::Create(&api, &sample, HylLogLevel::kWarning) != HylErr::kOk) {
+  std::promise<double> first;
+  bool taken = false;  // only the sensor's thread uses it
+  SpectralClient client({.ambient_light = [&](std::span<const float> values, auto) {
+    if (!taken) {
+      first.set_value(ColourTemperature(values));
+    }
+    taken = true;
+  }});
+  std::unique_ptr<AmbientLightSession> session;
+  const HylErr err = client.EnableAmbientLight("rear", SensorReportingMode::kContinuous, session);
+  if (err != HylErr::kOk) {
+    std::fprintf(stderr, "cannot start the sensor (%s): %s\n", NameOf(err), AdviceOf(err));
     return 1;
   }
-  auto measured = sample.temperature.get_future();
-  uint32_t session = 0;
-  const HylErr err =
-      api->EnableAmbientLightSensor("rear", session, SensorReportingMode::kContinuous);
-  const bool came =
-      err == HylErr::kOk && measured.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
-  if (came) {
-    std::printf("colour temperature: %.0f K\n", measured.get());
+  const double kelvins = Measure(first.get_future());
+  if (!(kelvins > 0)) {
+    std::fprintf(stderr, "%s: no sample with light in its nine bands\n", session->name().c_str());
+    return 1;
   }
-  api->DisableAmbientLightSensor(session);
-  HylSpectralApi::Destroy(&api);
-  return came ? 0 : 1;
+  std::printf("colour temperature: %.0f K\n", kelvins);
 }

@@ -3,19 +3,20 @@
 #include <complex>
 #include <cstdio>
 #include <future>
+#include <memory>
 #include <numbers>
+#include <span>
 #include <vector>
 
-#include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_client.h>
 
 using namespace hyl::v2;
 
-/// Amplitude of the ripple of that frequency over a tenth of a second, as a part of the mean.
+/// Amplitude of the ripple of that frequency in the samples, as a part of their mean.
 double Ripple(const std::vector<int>& samples, double hz, double rate_hz) {
   std::complex<double> sum = 0;
   double mean = 0;
-  for (size_t i = 0; i < static_cast<size_t>(rate_hz / 10); ++i) {
+  for (size_t i = 0; i < samples.size(); ++i) {
     const double sample = samples[i];
     sum += sample * std::polar(1.0, -2 * std::numbers::pi * hz * static_cast<double>(i) / rate_hz);
     mean += sample;
@@ -23,47 +24,59 @@ double Ripple(const std::vector<int>& samples, double hz, double rate_hz) {
   return mean > 0 ? 2 * std::abs(sum) / mean : 0;
 }
 
-/// Gathers a tenth of a second at least: whole periods of 100 Hz and of 120 Hz.
-struct Recorder : HylSpectralApiCallbackInterface {
-  void OnSpectralData(uint32_t, uint32_t, const Vector<float>&, int64_t) override {}
-  void OnFlickerData(uint32_t, const FlickerSampleBlock* block) override {
-    const size_t wanted = block->format_param / 10;
-    if (samples.size() >= wanted) {
+/// Gathers a tenth of a second without gaps: whole periods of 100 Hz and of 120 Hz.
+class Recorder {
+ public:
+  void Take(std::span<const int> chunk, const FlickerSampleBlock& block) {
+    if (complete) {
       return;
     }
-    samples.insert(samples.end(), block->samples, block->samples + block->num_samples);
-    if (samples.size() >= wanted) {
-      rate_hz.set_value(block->format_param);
+    if (block.seq_num != next || block.format_param != rate_hz) {
+      samples.clear();
+    }
+    next = block.seq_num + block.num_samples;
+    rate_hz = block.format_param;
+    samples.insert(samples.end(), chunk.begin(), chunk.end());
+    if (rate_hz > 0 && samples.size() >= rate_hz / 10) {
+      samples.resize(rate_hz / 10);
+      complete = true;
+      done.set_value();
     }
   }
-  std::vector<int> samples;  // the main thread reads it once rate_hz is there
-  std::promise<double> rate_hz;
+
+  std::promise<void> done;  // the main thread reads the others then
+  uint32_t rate_hz = 0;
+  std::vector<int> samples;
+
+ private:
+  bool complete = false;
+  uint32_t next = 0;  // sequence number
 };
 
+int Fail(const char* what, HylErr err) {
+  std::fprintf(stderr, "cannot %s (%s): %s\n", what, NameOf(err), AdviceOf(err));
+  return 1;
+}
+
 int main() {
-  host::SimulatedHub::Instance().SetScene({.kind = host::LightKind::kFluorescent});  // host only
-  std::vector<int> buffer(4096);
   Recorder recorder;
-  HylSpectralApi* api = nullptr;
-  if (HylSpectralApi::Create(&api, &recorder, HylLogLevel::kWarning) != HylErr::kOk) {
+  SpectralClient client(
+      {.flicker = [&](auto chunk, const auto& block) { recorder.Take(chunk, block); }});
+  // A change of gain would look like flicker.
+  if (const HylErr err = client.api().SetFlickerAutoGainEnabled(nullptr, false);
+      err != HylErr::kOk) {
+    return Fail("fix the gain", err);
+  }
+  std::unique_ptr<FlickerSession> session;
+  if (const HylErr err = client.EnableFlicker("", 4096, 16, session); err != HylErr::kOk) {
+    return Fail("start the sensor", err);
+  }
+  if (recorder.done.get_future().wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+    std::fprintf(stderr, "%s has not sent enough samples\n", session->name().c_str());
     return 1;
   }
-  uint32_t session = 0;
-  api->SetFlickerAutoGainEnabled(nullptr, false);  // a change of gain would look like flicker
-  if (api->EnableFlickerSensor("", buffer.data(), buffer.size(), 16, session) != HylErr::kOk) {
-    HylSpectralApi::Destroy(&api);
-    return 1;
-  }
-  auto rate = recorder.rate_hz.get_future();
-  const auto result = rate.wait_for(std::chrono::seconds(5));
-  api->DisableFlickerSensor(session);
-  HylSpectralApi::Destroy(&api);
-  if (result != std::future_status::ready) {
-    return 1;
-  }
-  const double rate_hz = rate.get();
   for (const double hz : {100.0, 120.0}) {
-    const double ripple = 100 * Ripple(recorder.samples, hz, rate_hz);
+    const double ripple = 100 * Ripple(recorder.samples, hz, recorder.rate_hz);
     std::printf("ripple of %.0f Hz: %.1f %%; %s %.3f ms\n", hz, ripple,
                 ripple < 2 ? "no need for" : "expose for multiples of", 1000 / hz);
   }

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Checks README.md and the other documents, and runs their command lines.
 
-Links to files lead somewhere, sources that are named exist, and code that is shown is the project's.
+Links to files lead somewhere, sources and tests that are named exist, every promise names what shows
+it, and code that is shown is the project's.
 Every block of the language sh is run from the project's root, in the order in which they stand, in
 one shell a document; the first command that fails ends the run. A note above a block changes that:
   <!-- run by .ci/run -->       its commands must be among those of .ci/run, and are not run here
@@ -24,6 +25,9 @@ NOTES = {"sh": r"(run by \.ci/run|not run: .+)?", "text": "(output)?",
          "cpp": r"((same as|part of) \S+)?", "": ""}
 SOURCES = [str(path) for folder in ("v2", "host", "tools", "examples", "tests", "bench", "fuzz")
            for path in Path(folder).rglob("*.*")]
+TESTS = {name for source in SOURCES if source.endswith("_test.cpp")
+         for suite, test in re.findall(r"^TEST(?:_F|_P)?\((\w+),\s*(\w+)", Path(source).read_text(), re.M)
+         for name in (suite, f"{suite}.{test}")}
 
 
 def lines(text):
@@ -53,6 +57,13 @@ def faults(document):
     for name in re.findall(r"`([a-z][a-z0-9_/-]*\.(?:cpp|h))`", prose):
         if not any(f"/{source}".endswith(f"/{name}") for source in SOURCES):
             yield f"there is no {name}"
+    for name in re.findall(r"`([A-Z]\w*Tests?(?:\.\w+)?)`", prose):
+        if name not in TESTS:
+            yield f"there is no {name}"
+    promises = prose.partition("## Promises")[2].partition("\n## ")[0]
+    for row in re.findall(r"^\| .* \|$", promises, re.M)[1:]:
+        if "`" not in row.split(" | ")[-1]:
+            yield f"nothing shows the promise {row}"
     for note, language, code in BLOCK.findall(text):
         if language not in NOTES or not re.fullmatch(NOTES[language], note):
             yield f"no block has the language '{language}' and the note '{note}'"

@@ -179,7 +179,7 @@ class AbiTest : public LibraryTest {
         text += setting->access == RlsAccess::kRead ? "read " : "write ";
         text += std::to_string(static_cast<int>(setting->command));
       } else {
-        text += Text("%u %08x %08x", call.type, call.handle, call.client_id());
+        text += Text("%u %08x %08x", call.type, call.handle, call.ClientId());
       }
     }
     return text;
@@ -246,7 +246,7 @@ TEST_F(AbiTest, DestructorsComeLast) {
     HylSpectralApi* api = nullptr;
     ASSERT_EQ(HylErr::kOk, HylSpectralApi::Create(&api, nullptr, HylLogLevel::kInfo));
     CallSlot<void>(api, slot);
-    EXPECT_EQ(0, framework.live_apis()) << "slot " << slot;
+    EXPECT_EQ(0, framework.LiveApis()) << "slot " << slot;
     if (slot == kComplete) {
       ::operator delete(static_cast<void*>(api));  // a second deletion if the slot did it already
     }

@@ -296,7 +296,7 @@ TEST_F(TeardownTest, SendsNothingAndReleasesTheApiLast) {
   HylSpectralApi::Destroy(&api);
   EXPECT_EQ(1U, framework.Take().size());
   EXPECT_EQ(std::size(kDataWays), framework.Running().size()) << "the sensors still run";
-  EXPECT_EQ(0, framework.live_apis());
+  EXPECT_EQ(0, framework.LiveApis());
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 

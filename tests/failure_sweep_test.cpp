@@ -109,7 +109,7 @@ class Script {
     EXPECT_THAT(framework_.Running(), ::testing::IsEmpty());
     instance_.Destroy();
     DeliverLateReply();
-    EXPECT_EQ(0, framework_.live_apis());
+    EXPECT_EQ(0, framework_.LiveApis());
   }
 
  private:

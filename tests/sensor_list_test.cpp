@@ -70,7 +70,7 @@ TEST_F(PublicListTest, DiscoveryThatFailsIsOneError) {
                                       Error("Sensor '' not found")));
   const std::vector<FrameworkCall> calls = framework.Take();
   EXPECT_EQ(kAttempts, std::ranges::count(calls, Kind::kCreate, &FrameworkCall::kind));
-  EXPECT_EQ(1, framework.live_apis());
+  EXPECT_EQ(1, framework.LiveApis());
 
   framework.SetSensorList(DefaultSensors());
   EXPECT_NE(0U, EnableFlicker()) << "a later lookup tries again";
@@ -137,7 +137,7 @@ TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
     return query < 2 ? std::vector{MakeEntry(kFlicker, "too early")} : DefaultSensors();
   });
   EXPECT_EQ("Rear ALS-t:12 p:0 r:0", Find(manager, 12, nullptr, 0));
-  EXPECT_EQ(0, framework.live_apis());
+  EXPECT_EQ(0, framework.LiveApis());
   EXPECT_THAT(Steps(framework.Take()),
               ElementsAre(std::pair(Kind::kCreate, 1), std::pair(Kind::kGetSensorList, 1),
                           std::pair(Kind::kCreate, 0), std::pair(Kind::kDestroy, 1),

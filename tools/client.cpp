@@ -32,12 +32,6 @@ int Clock::MillisecondsUntil(int64_t time) const {
   return time == kNever ? -1 : static_cast<int>(std::clamp(left, 0.0, 3.6e6));
 }
 
-Client Connect(HylSpectralApiCallbackInterface* receiver) {
-  HylSpectralApi* api = nullptr;
-  Require(HylSpectralApi::Create(&api, receiver, HylLogLevel::kWarning), "cannot start");
-  return Client(api);
-}
-
 std::vector<std::string> SensorNames(HylSpectralApi& api, OpticalSensorType type) {
   std::vector<std::string> names;
   for (const HylString& name : type == OpticalSensorType::kFlicker
@@ -104,7 +98,7 @@ SensorRun::SensorRun(const Context& context, const RunOptions& options)
       start_ns_(context.clock->Now()),
       filled_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       writes_(ParseAssignments(options_.assignments)),
-      client_(Connect(this)) {
+      client_(MakeInstance(this)) {
   if (filled_.get() < 0) {
     throw Failure(ExitCode::kInternal, "cannot make a queue; close some files, then try again");
   }

@@ -4,7 +4,6 @@
 #include <deque>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -12,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_instance.h>
 #include <CLI/App.hpp>
 
 #include "command.h"
@@ -45,15 +44,6 @@ struct Delivery {
   uint32_t session_id;  ///< of a Drop, none
   std::variant<SpectralSample, FlickerBlock, Drop> what;
 };
-
-struct DestroyClient {
-  void operator()(HylSpectralApi* api) const { HylSpectralApi::Destroy(&api); }
-};
-
-/// An instance of the library. Its end waits for deliveries in progress.
-using Client = std::unique_ptr<HylSpectralApi, DestroyClient>;
-
-Client Connect(HylSpectralApiCallbackInterface* receiver = nullptr);
 
 /// The names of the listed sensors of one type, in the framework's order.
 std::vector<std::string> SensorNames(HylSpectralApi& api, OpticalSensorType type);
@@ -152,7 +142,7 @@ class SensorRun : private HylSpectralApiCallbackInterface {
   uint64_t dropped_ = 0;                   // not yet told by a Drop
   uint64_t all_dropped_ = 0;               // told
   const std::vector<SettingCall> writes_;  // read before the client looks for the framework
-  Client client_;                          // goes first: until then it may deliver
+  SpectralInstance client_;                // goes first: until then it may deliver
 };
 
 // What a recording is made of.

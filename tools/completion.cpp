@@ -65,10 +65,10 @@ Words NextArguments(const std::string& command, const Words& arguments) {
   }
   Words names;
   if (command == (arguments.empty() ? "stream" : "record")) {
-    names = SensorNames(*Connect(), OpticalSensorType::kAmbientLight);
+    names = SensorNames(*MakeInstance(nullptr), OpticalSensorType::kAmbientLight);
   }
   if (command == (arguments.empty() ? "flicker" : "record")) {
-    const Words flicker = SensorNames(*Connect(), OpticalSensorType::kFlicker);
+    const Words flicker = SensorNames(*MakeInstance(nullptr), OpticalSensorType::kFlicker);
     names.insert(names.end(), flicker.begin(), flicker.end());
   }
   return names;

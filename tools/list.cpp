@@ -8,7 +8,7 @@ namespace hyl::v2::tool {
 namespace {
 
 void RunList(const Context& context) {
-  const Client client = Connect();
+  const SpectralInstance client = MakeInstance(nullptr);
   std::string text = "TYPE           INDEX  SUPPORTED  NAME\n";
   Json sensors = Json::array();
   for (const OpticalSensorType type :

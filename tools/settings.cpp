@@ -263,7 +263,7 @@ std::vector<SettingCall> ReadsOf(const SettingOptions& options) {
 
 void RunGet(const Context& context, const SettingOptions& options) {
   const std::vector<SettingCall> reads = ReadsOf(options);
-  const Client client = Connect();
+  const SpectralInstance client = MakeInstance(nullptr);
   std::string text;
   Json json;
   for (const SettingCall& read : reads) {
@@ -277,7 +277,7 @@ void RunGet(const Context& context, const SettingOptions& options) {
 
 void RunSet(const Context& context, const SettingOptions& options) {
   const SettingCall write = ParseCall(&Setting::write, options.name, options.words);
-  const Client client = Connect();
+  const SpectralInstance client = MakeInstance(nullptr);
   const Json applied = Run(*client, write);
   const Json value = applied.is_null() ? WrittenValue(write) : applied;
   const std::string state = applied.is_null() ? "sent" : "applied";

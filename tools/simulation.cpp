@@ -74,14 +74,14 @@ class RecordingClock : public Clock {
     } catch (const std::runtime_error& fault) {
       ThrowFailure(fault);
     }
-    if (ended() && replay_.cut_off()) {
+    if (ended() && replay_.CutOff()) {
       PrintNotice("the recording ends in the middle of a line, which is left out");
     }
   }
 
   bool ended() const override { return replay_.NextDue() == kNever; }
   uint64_t TakeDrops() override { return replay_.TakeDrops(); }
-  std::string header() const override { return replay_.header(); }
+  std::string header() const override { return replay_.Header(); }
 
  private:
   const Clock real_time_;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_instance.h>
 
 namespace hyl::v2::test {
 
@@ -16,22 +16,12 @@ inline constexpr auto kContinuous = SensorReportingMode::kContinuous;
 inline constexpr auto kOnChange = SensorReportingMode::kOnChange;
 
 /// An instance for the length of a test.
-class Instance {
+class Instance : public SpectralInstance {
  public:
-  explicit Instance(HylSpectralApiCallbackInterface* client) {
-    EXPECT_EQ(HylErr::kOk, HylSpectralApi::Create(&api_, client, HylLogLevel::kInfo));
-  }
-  ~Instance() { Destroy(); }
-  Instance(const Instance&) = delete;
-  Instance& operator=(const Instance&) = delete;
+  explicit Instance(HylSpectralApiCallbackInterface* client)
+      : SpectralInstance(MakeInstance(client)) {}
 
-  void Destroy() { HylSpectralApi::Destroy(&api_); }
-
-  HylSpectralApi* operator->() const { return api_; }
-  HylSpectralApi* get() const { return api_; }
-
- private:
-  HylSpectralApi* api_ = nullptr;
+  void Destroy() { reset(); }
 };
 
 struct SpectralCall {

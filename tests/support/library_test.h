@@ -38,7 +38,7 @@ class LibraryTest : public ::testing::Test {
     std::vector<std::string> requests;
     for (const FrameworkCall& call : framework.TakeInvokes()) {
       EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
-      requests.push_back(Text("%x %x %x", call.type, call.handle, call.client_id()));
+      requests.push_back(Text("%x %x %x", call.type, call.handle, call.ClientId()));
     }
     return requests;
   }

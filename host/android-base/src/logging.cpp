@@ -39,7 +39,7 @@ std::string TimeOfDay() {
                       local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000);
 }
 
-/// `message` without the line ends at its end, those within written as `\n`.
+/// `message` without the line ends that it ends with. Others are written as `\n`.
 std::string OnOneLine(std::string_view message) {
   const std::size_t last = message.find_last_not_of('\n');
   message = message.substr(0, last == std::string_view::npos ? 0 : last + 1);
@@ -54,7 +54,7 @@ std::string OnOneLine(std::string_view message) {
   return line;
 }
 
-/// One write for the whole text, so that the lines of several threads do not mix.
+/// Writes the whole text in one call, so that the lines of several threads do not mix.
 void WriteToStderr(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -78,8 +78,8 @@ void LogToStderr(LogId /*id*/, LogSeverity severity, const char* tag, const char
   WriteToStderr(text);
 }
 
-/// The lowest severity to log at first: what HYL_LOG says, or INFO. A wrong value is told to
-/// standard error, without memory from the heap.
+/// The severity that HYL_LOG names, or INFO. Reports a wrong value on standard error. Takes no
+/// memory from the heap: the first entry may be logged when there is none.
 LogSeverity InitialSeverity() {
   constexpr std::string_view kNames[] = {"verbose", "debug", "info", "warning", "error", "fatal"};
   // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing here changes the environment
@@ -105,8 +105,8 @@ struct LoggerState {
   std::atomic<LogSeverity> minimum_severity = InitialSeverity();
 };
 
-/// Never destroyed, so that threads and static destructors can log until the process is gone. Takes
-/// no memory from the heap, so that the first entry may be logged when there is none.
+/// Never destroyed, so that threads and static destructors can log until the process ends. Takes no
+/// memory from the heap.
 LoggerState& State() {
   alignas(LoggerState) static std::byte place[sizeof(LoggerState)];
   static LoggerState* const state = ::new (place) LoggerState;

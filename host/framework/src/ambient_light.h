@@ -12,7 +12,7 @@
 namespace hyl::v2::host {
 
 /// An ambient-light sensor. The rear one reports each measurement in a sample message. The front
-/// one reports in chains of events, which it collects, in continuous sampling, in fours.
+/// one reports event chains, which hold four measurements in continuous sampling.
 class AmbientLightSensor {
  public:
   AmbientLightSensor(Side side, bool on_change) : side_(side), on_change_(on_change) {}
@@ -26,7 +26,7 @@ class AmbientLightSensor {
 
   const Side side_;
   const bool on_change_;
-  std::optional<Channels> reported_;  // on-change: the light last reported
+  std::optional<Channels> reported_;  // in on-change sampling, the light last reported
 
   // Of the front sensor:
   std::vector<SensorEvent> collected_;

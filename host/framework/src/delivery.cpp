@@ -26,7 +26,7 @@ void DeliveryThread::Add(Job job) {
 }
 
 size_t DeliveryThread::End(const std::function<bool(const Job&)>& matches, EndedJobs& ended) {
-  ended.reserve(ended.size() + jobs_.size());  // fails, if it does, while nothing has changed
+  ended.reserve(ended.size() + jobs_.size());  // if this throws, nothing has changed
   const size_t count = std::erase_if(jobs_, [&](const std::shared_ptr<Job>& job) {
     const bool matching = matches(*job);
     if (matching) {
@@ -64,7 +64,7 @@ bool DeliveryThread::IsDone(uint64_t number) const {
                                      [number](const auto& job) { return job->number <= number; });
 }
 
-/// Of those that are due at one time, the first that was added.
+/// The job that is due first. If several are due at the same time, the one that was added first.
 std::shared_ptr<Job> DeliveryThread::Earliest() const {
   const auto earliest =
       std::min_element(jobs_.begin(), jobs_.end(), [](const auto& left, const auto& right) {

@@ -38,13 +38,13 @@ class HubClock {
   /// Nanoseconds from the clock's start to `time`.
   int64_t Elapsed(int64_t time) const { return time - start_; }
 
-  /// Moves the virtual clock. Negative steps count as zero; far too long ones are cut down.
+  /// Moves the virtual clock. A negative step counts as zero. A step that is too long is cut.
   void Advance(std::chrono::nanoseconds step) {
     virtual_now_ += std::clamp<int64_t>(step.count(), 0, kEndOfTime - virtual_now_);
   }
 
-  /// Waits for `wake`, no longer than until `time`; on the virtual clock, whose steps must be
-  /// signalled, for `wake` alone.
+  /// Waits for `wake`, at most until `time`. On the virtual clock it waits for `wake` alone, which
+  /// Advance's caller must notify.
   void WaitUntil(int64_t time, std::condition_variable& wake,
                  std::unique_lock<std::mutex>& hub_lock) const {
     if (is_virtual_) {
@@ -69,22 +69,22 @@ class HubClock {
   int64_t virtual_now_ = 0;
 };
 
-/// One moment at which a sensor measures.
+/// A moment at which a sensor measures.
 struct Tick {
   int64_t time_ns;
-  uint64_t index;  ///< counts from 0 at the start, skipped ones included
+  uint64_t index;  ///< from 0 at the start; skipped ticks count
 };
 
-/// When something is due: once a period, first one period after its start.
+/// When a job is due: once a period, first one period after its start.
 class Schedule {
  public:
-  /// At most `max_backlog` ticks that are late are made up for. `period` is in ns, above 0.
+  /// `period` is in nanoseconds, above 0. At most `max_backlog` late ticks are kept.
   Schedule(int64_t start, int64_t period, uint64_t max_backlog)
       : period_(period), max_backlog_(max_backlog), next_due_(start + period) {}
 
   int64_t NextDue() const { return next_due_; }
-  /// Takes the tick at NextDue(), which must not be later than `now`. With `may_skip` leaves out
-  /// those that are later than the backlog allows.
+  /// Takes the tick at NextDue(), which must not be after `now`. With `may_skip`, first drops the
+  /// oldest late ticks that exceed the backlog.
   Tick Take(int64_t now, bool may_skip) {
     const auto late = static_cast<uint64_t>((now - next_due_) / period_);
     const uint64_t skipped = may_skip && late > max_backlog_ ? late - max_backlog_ : 0;
@@ -95,12 +95,12 @@ class Schedule {
     return tick;
   }
 
-  /// Continues with this period, counted from the last tick.
+  /// Changes the period, counted from the last tick.
   void SetPeriod(int64_t period, int64_t now) {
     next_due_ = std::max(next_due_ - period_ + period, now);
     period_ = period;
   }
-  /// Continues from `now` of another clock.
+  /// Continues from `now` on another clock.
   void Restart(int64_t now) { next_due_ = now + period_; }
 
  private:
@@ -110,19 +110,19 @@ class Schedule {
   uint64_t next_index_ = 0;
 };
 
-/// What the hub's threads share. All of it, and all state of the hub that does not say otherwise,
-/// is guarded by `mutex`, "the hub mutex"; it is never held while a client is called or a client's
+/// What the hub's threads share. `mutex`, "the hub mutex", guards all of it, and all state of the
+/// hub that does not say otherwise. It is never held while a client is called, or while a client's
 /// object may be destroyed.
 struct HubCore {
   std::mutex mutex;
-  std::condition_variable settled;  ///< signalled after each delivery and when jobs end
+  std::condition_variable settled;  ///< notified after each delivery and when jobs end
   HubClock clock;
   Conditions conditions;
 };
 
 /// One Api's connection to the hub.
 struct Connection {
-  bool open = true;         ///< false once the Api is being deleted: nothing more is delivered
+  bool open = true;         ///< false once the Api is being deleted; then nothing is delivered
   uint32_t deliveries = 0;  ///< deliveries in progress, on any hub thread
 };
 
@@ -133,14 +133,12 @@ struct Measurement {
   Conditions conditions;
 };
 
-/// Hands a message to the client, unless its job has ended. Blocks for as long as the client takes.
+/// Passes a message to the client, unless its job has ended. Blocks until the client returns.
 using Deliver = std::function<void(const Message&)>;
-/// Makes the messages of a job when it is due. Called by one thread at a time, without the hub
-/// mutex.
+/// Makes the messages of a job that is due. Called on one thread at a time, without the hub mutex.
 using MakeMessages = std::function<void(const Measurement&, const Deliver&)>;
 
-/// Messages for a client: those of a running request, or one reply. Guarded by the hub mutex, but
-/// for what never changes.
+/// The messages of a running request, or one reply. The hub mutex guards what is not const.
 struct Job {
   const std::shared_ptr<Connection> connection;
   const std::shared_ptr<Service::AsyncCallbacks> callbacks;
@@ -150,40 +148,40 @@ struct Job {
   const uint32_t handle = 0;     ///< of a running request
   const uint32_t client_id = 0;  ///< of a running request
   bool active = true;
-  uint64_t number = 0;  ///< in order of Add, from 1
+  uint64_t number = 0;  ///< from 1, in order of Add
 };
 
 /// Jobs that have ended. They hold clients' callback objects, so they must be freed without the hub
-/// mutex: declare one before the lock.
+/// mutex: declare the vector before the lock.
 using EndedJobs = std::vector<std::shared_ptr<Job>>;
 
-/// One of the hub's threads, with its jobs. The caller of every operation holds the hub mutex.
+/// One of the hub's threads, with its jobs. All operations require the hub mutex.
 class DeliveryThread {
  public:
-  /// `clock` is what the jobs' schedules go by; there may be `max_jobs` of them.
+  /// `clock` is the clock of the jobs' schedules. There may be `max_jobs` jobs.
   DeliveryThread(HubCore& core, const HubClock& clock, size_t max_jobs)
       : core_(core), clock_(clock), max_jobs_(max_jobs) {}
 
-  /// Whether the calling thread is one of the hub's, which means: inside a callback.
+  /// Whether the calling thread is one of the hub's, that is, inside a callback.
   static bool IsCurrent();
 
   bool IsFull() const { return jobs_.size() >= max_jobs_; }
   /// There must be room for the job. Starts the thread on first use.
   void Add(Job job);
-  /// Ends the jobs that match, and returns how many they were.
+  /// Ends the jobs that match, and returns their number.
   size_t End(const std::function<bool(const Job&)>& matches, EndedJobs& ended);
   const std::vector<std::shared_ptr<Job>>& Jobs() const { return jobs_; }
 
   /// Gives all jobs this period, in nanoseconds.
   void SetPeriod(int64_t period);
-  /// To be called when the clock has been changed for another.
+  /// Call this when the clock has been replaced.
   void RestartSchedules();
-  /// To be called when the virtual clock has moved.
+  /// Call this when the virtual clock has moved.
   void Wake() { wake_.notify_one(); }
 
   /// Whether nothing is being delivered and nothing is due.
   bool IsQuiet() const;
-  /// The number of the latest job, 0 before the first.
+  /// The number of the latest job; 0 before the first.
   uint64_t Latest() const { return latest_; }
   /// Whether the jobs up to this number have ended.
   bool IsDone(uint64_t number) const;
@@ -201,7 +199,7 @@ class DeliveryThread {
   std::vector<std::shared_ptr<Job>> jobs_;
   bool started_ = false;
   uint64_t latest_ = 0;
-  uint64_t in_delivery_ = 0;  // the number of the job; 0 for none
+  uint64_t in_delivery_ = 0;  // the number of the job that is being delivered; 0 for none
 };
 
 }  // namespace hyl::v2::host

@@ -31,7 +31,7 @@ FlickerPacking NearestValid(const FlickerPacking& packing) {
           .little_endian = packing.little_endian};
 }
 
-/// Groups of 7 bits that `value` needs, sign included.
+/// The number of 7-bit groups for `value` and its sign.
 int GroupsFor(int32_t value) {
   int groups = 1;
   while (value < -64 || value > 63) {
@@ -90,7 +90,7 @@ std::vector<uint8_t> FlickerPacker::PackCompressed1(std::span<const int32_t> sam
     bytes.insert(bytes.end(), {0x01, 0x02});
   }
   if (end == ChunkEnd::kBegun && samples.size() >= 2) {
-    // Most differences fit one group, which cannot be cut: write the last one over, wider.
+    // Most differences fit one group, which cannot be cut. Write the last one again with more.
     bytes.resize(last_start);
     const int groups = 2 + static_cast<int>(begun_count_++ % 3);
     PutGroups(samples.back() - samples[samples.size() - 2], groups, bytes);

@@ -12,23 +12,23 @@ namespace hyl::v2::host {
 /// Packs flicker samples into the bytes of one of the three formats.
 class FlickerPacker {
  public:
-  /// How the bytes of a chunk end.
+  /// Where the bytes of a chunk end.
   enum class ChunkEnd {
-    kWhole,   ///< with the last byte of the last sample
-    kBegun,   ///< compressed-1: with the first byte of the last sample; the others begin the next
-              ///< chunk. As kWhole in the other formats.
-    kBroken,  ///< with stray bytes after the last sample
+    kWhole,  ///< after the last byte of the last sample
+    kBegun,  ///< compressed-1: after the first byte of the last sample, whose other bytes begin the
+             ///< next chunk. The same as kWhole in the other formats.
+    kBroken,  ///< after stray bytes that follow the last sample
   };
 
-  /// See FlickerPacking for what becomes of a layout that is not valid.
+  /// FlickerPacking says what happens to an invalid layout.
   explicit FlickerPacker(const FlickerPacking& packing);
 
-  /// Width of the samples to be packed, in bits.
+  /// The width of a sample, in bits.
   int SampleBits() const;
-  /// The next chunk begins with the sample itself, not its difference from the one before. That
-  /// one's chunk must have ended kWhole.
+  /// Makes the next chunk begin with a sample itself instead of its difference from the previous
+  /// one. The previous chunk must have ended kWhole.
   void Restart() { last_sample_ = 0; }
-  /// Packs one chunk; an even number of samples. Bits above SampleBits() are left out.
+  /// Packs one chunk of an even number of samples. Drops the bits above SampleBits().
   std::vector<uint8_t> Pack(std::span<const int32_t> samples, ChunkEnd end);
 
  private:
@@ -40,10 +40,10 @@ class FlickerPacker {
 
   FlickerPacking packing_;              // a valid one
   uint32_t sample_bytes_;               // of the fixed-width formats
-  std::mt19937 junk_;                   // fills the padding bits; the same in every run
-  int32_t last_sample_ = 0;             // compressed-1: what the next difference is taken from
-  uint32_t begun_count_ = 0;            // compressed-1: chunks that ended in a value just begun
-  std::vector<uint8_t> rest_of_value_;  // compressed-1: of a value begun in the chunk before
+  std::mt19937 junk_;                   // for the padding bits; the same in every run
+  int32_t last_sample_ = 0;             // compressed-1: the next difference is from this
+  uint32_t begun_count_ = 0;            // compressed-1: chunks that ended kBegun
+  std::vector<uint8_t> rest_of_value_;  // compressed-1: of the last value, after kBegun
 };
 
 }  // namespace hyl::v2::host

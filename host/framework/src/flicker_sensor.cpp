@@ -11,7 +11,7 @@
 namespace hyl::v2::host {
 namespace {
 
-/// Tells this sensor's noise from that of the ambient-light sensors.
+/// Distinguishes this sensor's noise from that of the ambient-light sensors.
 constexpr uint32_t kNoiseStream = 2;
 constexpr double kReadNoiseVariance = 0.01;      // lux^2
 constexpr double kPhotonVariancePerLux = 0.005;  // lux
@@ -23,20 +23,21 @@ constexpr double kTooBright = 0.9;  // of full scale
 constexpr double kTooDim = 0.3;
 
 constexpr double kSteadyPercent = 0.5;
-/// Automatic gain settles within as many chunks.
+/// Automatic gain settles within this many chunks.
 constexpr int kSettlingChunks = 12;
 
-/// Standard deviation of a sample's noise under that much light, in lux. Its variance grows with
-/// the light, as that of counted photons does.
+/// The standard deviation of a sample's noise, in lux. Its variance grows with the light, like that
+/// of counted photons.
 double NoiseDeviation(double lux) {
   return std::sqrt(kReadNoiseVariance + kPhotonVariancePerLux * lux);
 }
 
-/// The time of a sample, counted from 0 at the sensor's start, in seconds after that start.
+/// The time of a sample, in seconds after the sensor's start. Samples count from 0.
 double TimeOf(uint64_t sample) {
   return static_cast<double>(sample + 1) / kFlickerSampleRateHz;
 }
 
+/// (max - min) / (max + min), in percent.
 double DepthPercent(Conditions conditions) {
   constexpr uint64_t kSamples = kFlickerSampleRateHz / 10;
   conditions.scene.drift_period_s = 0;  // drift is not flicker
@@ -71,9 +72,9 @@ uint32_t Hertz(double hz) {
   return static_cast<uint32_t>(std::lround(hz));
 }
 
-/// A client that misses a format message waits for at most a tenth of a second.
+/// A client that misses a format message waits at most a tenth of a second for the next.
 constexpr uint64_t kTicksPerFormat = 10;
-/// A client that missed a chunk has the right level again after this many at most.
+/// A client that has missed a chunk has the right level again after at most this many.
 constexpr uint64_t kChunksPerRestart = 10;
 constexpr size_t kMaxHistory = size_t{1} << 20;
 
@@ -81,7 +82,7 @@ bool IsRestart(uint64_t chunk) {
   return chunk % kChunksPerRestart == 0;
 }
 
-/// `sample` times 2^`shift`, rounded down; bits beyond the 32nd are lost.
+/// `sample` times 2^`shift`, rounded down. Bits beyond the 32nd are lost.
 int32_t Scale(int32_t sample, int shift) {
   if (shift < 0) {
     return sample >> std::min(-shift, 31);
@@ -142,7 +143,7 @@ FlickerSensor::FlickerSensor(uint64_t seed, const FlickerPacking& packing,
                              const FlickerFaults& faults)
     : packing_(packing), faults_(faults), packer_(packing), signal_(seed, packer_.SampleBits()) {}
 
-/// The auxiliary fields of a data message carry: the chunk's time in platform ticks (aux32_0 low,
+/// The auxiliary fields of a data message hold the chunk's time in platform ticks (aux32_0 low,
 /// aux32_1 high), the gain (auxf_0) and the number of clipped samples (aux16_0).
 void FlickerSensor::OnTick(const Measurement& measurement, const Deliver& deliver) {
   std::optional<Chunk> chunk = NextChunk(measurement.conditions);

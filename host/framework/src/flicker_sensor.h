@@ -14,10 +14,10 @@
 
 namespace hyl::v2::host {
 
-/// One chunk of flicker samples covers this time, in nanoseconds.
+/// The time that a chunk of flicker samples covers, in nanoseconds.
 inline constexpr int64_t kFlickerChunkNs = 10000000;
-/// The number of late chunks that the flicker sensor holds. When a client is later than that, the
-/// sensor pauses: what it would have measured is missing, without a trace in the stream.
+/// The number of late chunks that the flicker sensor holds. If the client is slower, the sensor
+/// pauses. What it then does not measure leaves no trace in the stream.
 inline constexpr uint64_t kFlickerBacklog = 50;
 
 inline constexpr uint32_t kFlickerSampleRateHz = 24000;
@@ -26,16 +26,16 @@ inline constexpr uint32_t kFlickerSamplesPerChunk = kFlickerSampleRateHz / 100;
 /// What the flicker sensor measures: the light with noise, amplified and digitised.
 class FlickerSignal {
  public:
-  /// `bits`: width of the samples, 1 to 32.
+  /// `bits` is the width of a sample, 1 to 32.
   FlickerSignal(uint64_t seed, int bits);
 
-  /// The samples of the next 10 ms. The gain is the one set or, with automatic gain, one that
-  /// starts there and follows the light in steps of two, from chunk to chunk.
+  /// The samples of the next 10 ms. Automatic gain starts with the gain that is set. From chunk to
+  /// chunk, it then follows the light by factors of two.
   std::vector<int32_t> NextChunk(const Conditions& conditions);
 
-  /// The gain in force.
+  /// The gain in effect.
   double Gain() const { return gain_; }
-  /// Samples of the latest chunk that met the limits of the converter's range.
+  /// The number of samples in the latest chunk that exceeded the converter's range.
   uint32_t Saturated() const { return saturated_; }
 
  private:
@@ -48,34 +48,34 @@ class FlickerSignal {
   std::normal_distribution<double> normal_;
   double gain_ = 1;  // at 1, the converter's full scale is 2000 lx
   bool automatic_ = false;
-  double peak_ = 0;  // highest of the latest chunk, in units of full scale
+  double peak_ = 0;  // maximum of the latest chunk, in units of full scale
   uint32_t saturated_ = 0;
 };
 
-/// One run of the flicker sensor, from start to stop: at each tick it measures, packs, damages
-/// where asked to, and delivers a chunk of data, and the format before every tenth.
+/// One run of the flicker sensor, from start to stop. At each tick it measures a chunk of samples,
+/// packs it, applies the faults, and delivers it. The format precedes every tenth chunk.
 ///
-/// Every third chunk of compressed-1 ends in a value that the next one completes; a client thus
-/// receives 239 to 241 samples from a chunk of that format, and 240 from one of the others.
+/// Every third chunk of compressed-1 ends in a value that the next chunk completes. A client
+/// therefore receives 239 to 241 samples from such a chunk, and 240 in the other formats.
 class FlickerSensor {
  public:
-  /// `seed` is that of the noise, for the whole run.
+  /// `seed` is for the noise of the whole run.
   FlickerSensor(uint64_t seed, const FlickerPacking& packing, const FlickerFaults& faults);
 
   void OnTick(const Measurement& measurement, const Deliver& deliver);
 
-  /// The samples measured so far, lost ones included, as a client that asked for `bits` bits and
-  /// lost nothing receives them; the place in the vector is the sequence number. A part of the last
-  /// one may be due with the next chunk. At most the first 2^20 are kept. Safe on any thread.
+  /// The samples measured so far, including lost ones, as a client receives them that asks for
+  /// `bits` bits and loses nothing. The index in the vector is the sequence number. The next chunk
+  /// may hold a part of the last sample. At most the first 2^20. Safe on any thread.
   std::vector<int32_t> History(int bits) const;
 
  private:
   struct Chunk {
     std::vector<uint8_t> bytes;
-    /// Of the first byte in the sensor's data stream, in which lost chunks count; wraps at 2^32.
+    /// Of the first byte in the sensor's data stream, including lost chunks. Wraps at 2^32.
     uint32_t offset;
     bool restart;
-    uint32_t saturated;  // samples that met the limits of the range
+    uint32_t saturated;  // samples that exceeded the converter's range
   };
 
   std::optional<Chunk> NextChunk(const Conditions& conditions);
@@ -96,9 +96,9 @@ class FlickerSensor {
   std::vector<int32_t> history_;      // guarded by history_mutex_; in the packer's width
 };
 
-/// Puts into `reply` what the flicker sensor finds out about the light by itself: the frequencies
-/// of the strongest component and of its strongest harmonic (0 for steady light), the depth, (max -
-/// min) / (max + min), in percent, and the clipped samples per thousand.
+/// Writes to `reply` what the flicker sensor itself measures of the light: the frequencies of the
+/// strongest component and of its strongest harmonic, 0 for steady light; the modulation depth in
+/// percent; and the number of clipped samples per thousand.
 void MeasureFlicker(const Conditions& conditions, RlsMsgAccessResp& reply);
 
 }  // namespace hyl::v2::host

@@ -30,7 +30,7 @@ char* NewChars(size_t size) {
   return static_cast<char*>(::operator new(size, std::nothrow));
 }
 
-/// The length of the formatted text; negative when it cannot be formatted.
+/// The length of the formatted text; negative if it cannot be formatted.
 [[gnu::format(printf, 1, 0)]] int FormattedLength(const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
@@ -40,14 +40,14 @@ char* NewChars(size_t size) {
 }
 
 constexpr size_t kMinElems = 16;
-/// The framework's heaps give no larger block. Also keeps byte counts from overflowing.
+/// The largest block of the framework's heaps. The limit also keeps byte counts from overflowing.
 constexpr size_t kMaxBytes = size_t{1} << 30;
 
 char* ElemAt(void* data, size_t index, size_t elem_size) {
   return static_cast<char*>(data) + index * elem_size;
 }
 
-/// How many elements to make room for, so that appending one at a time costs few moves.
+/// The number of elements to make room for, so that appending one at a time costs few moves.
 size_t GrownCapacity(size_t capacity, size_t wanted, size_t max) {
   return std::min(std::max({kMinElems, 2 * capacity, wanted}), max);
 }
@@ -57,7 +57,7 @@ struct GrowthHook {
   std::function<bool()> fails;  // empty when there is none
 };
 
-/// Keeps vectors from taking the hook's mutex when there is no hook.
+/// Saves vectors from taking the hook's mutex if there is no hook.
 std::atomic<bool> growth_hook_set{false};
 
 GrowthHook& TheGrowthHook() {
@@ -78,7 +78,7 @@ bool GrowthFails() {
 
 }  // namespace
 
-// NOLINTNEXTLINE(cert-dcl54-cpp): creating such objects is the framework's own affair
+// NOLINTNEXTLINE(cert-dcl54-cpp): only the framework creates such objects
 void HeapAllocable::operator delete(void* object) {
   ::operator delete(object);
 }
@@ -165,7 +165,7 @@ uint64_t Time::PlatformTicksToNs(uint64_t ticks) {
 }
 
 void RefCountedSensorEvent::Unref() const {
-  // A loop, not recursion: chains can be longer than the stack is deep.
+  // A loop, not recursion: a long chain would exhaust the stack.
   const RefCountedSensorEvent* event = this;
   while (event != nullptr) {
     const uint8_t previous_count = event->ref_count.fetch_sub(1, std::memory_order_acq_rel);
@@ -209,7 +209,7 @@ void HylString::clear() {
   capacity_ = 0;
 }
 
-// The new text is always written to new storage: the arguments may point into this string.
+// Always writes to new storage, because the arguments may point into this string.
 void HylString::appendf(const char* format, ...) {
   va_list args;
   va_start(args, format);

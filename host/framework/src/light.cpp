@@ -1,14 +1,13 @@
 #include "light.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <iterator>
 #include <numbers>
 #include <optional>
+#include <string>
 #include <string_view>
-#include <system_error>
 
 #include <android-base/logging.h>
 
@@ -37,26 +36,27 @@ constexpr Number kNumbers[] = {{"lux", &LightScene::illuminance_lux, 200000},
                                {"duty", &LightScene::pwm_duty, 1}};
 constexpr double kMinDriftPeriodS = 1e-3;
 
-/// The row of a table that has this name; the table's end if none has.
+/// The row with this name; the table's end if there is none.
 template <typename Row, size_t kCount>
 const Row* FindName(const Row (&table)[kCount], std::string_view name) {
   return std::find_if(std::begin(table), std::end(table),
                       [name](const Row& row) { return row.name == name; });
 }
 
-/// Sets what `text`, as in "lux=300", says. False if it says nothing.
+/// Sets the number in `text`, such as "lux=300". Returns false for any other text.
 bool SetNumber(std::string_view text, LightScene& scene) {
   const size_t equals = std::min(text.find('='), text.size());
   const Number* const number = FindName(kNumbers, text.substr(0, equals));
   if (number == std::end(kNumbers) || equals == text.size()) {
     return false;
   }
-  const char* const end = text.data() + text.size();
-  const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, scene.*number->field);
-  return error == std::errc() && rest == end;
+  const std::string digits(text.substr(equals + 1));
+  char* rest = nullptr;
+  scene.*number->field = std::strtod(digits.c_str(), &rest);
+  return rest != digits.c_str() && *rest == '\0';
 }
 
-/// What one lux of a light gives on a channel, in counts per second at gain 1.
+/// The counts per second, at gain 1, that one lux of each light gives on a channel.
 struct Response {
   double daylight;
   double warm_led;
@@ -65,18 +65,18 @@ struct Response {
 };
 
 // Each number is a sum over the wavelengths from 360 to 1000 nm, in steps of 2 nm, of the light's
-// power times the channel's sensitivity. With bell(c, w), of height 1 around c and of width w at
-// half height, all in nm:
+// power times the channel's sensitivity. bell(c, w) is a curve of height 1 around c, w wide at half
+// its height, both in nm.
 // - The sensitivities are bell(400, 28), (435, 30), (470, 33), (505, 35), (540, 37), (575, 39),
 //   (610, 42), (645, 46), (680, 50), (850, 60), (650, 420) for the clear channel, and (556, 100)
 //   for the eye.
-// - Daylight is a black body of 6000 K behind an ultraviolet edge at 395 nm, 12 nm wide, and a dip
-//   of 35 percent at bell(940, 40); the LED is 0.35 bell(452, 22) + bell(605, 135); the torch is
-//   0.9 bell(450, 22) + bell(560, 120); the fluorescent lamp is 0.04 bell(570, 200) and lines 7 nm
+// - Daylight is a black body of 6000 K, with an ultraviolet edge at 395 nm, 12 nm wide, and a dip
+//   of 35 percent times bell(940, 40). The LED is 0.35 bell(452, 22) + bell(605, 135). The torch is
+//   0.9 bell(450, 22) + bell(560, 120). The fluorescent lamp is 0.04 bell(570, 200) plus lines 7 nm
 //   wide: 0.3 at 405 nm, 0.8 at 436, 0.35 at 488, 1.6 at 546, 0.4 at 578, 0.35 at 588, 1.5 at 612
 //   and 0.3 at 631.
-// The lights are scaled to the same sum for the eye, one lux, and all numbers so that daylight
-// gives 75 on the clear channel: 30000 counts for 500 lx at gain 16 and 50 ms.
+// All lights are scaled to the same sum for the eye, one lux. All numbers are then scaled so that
+// daylight gives 75 on the clear channel: 30000 counts for 500 lx at gain 16 and 50 ms.
 constexpr Response kResponses[kSpectralChannelCount] = {
     {3.8712223, 0.028932474, 2.0997844, 0.10018531},        // 400 nm
     {7.0808353, 1.4923061, 5.9220908, 3.7197019},           // 435 nm
@@ -99,17 +99,17 @@ double ResponseOf(uint8_t channel, LightKind kind) {
     case LightKind::kFluorescent:
       return kResponses[channel].fluorescent;
     case LightKind::kDaylight:
-    case LightKind::kDark:  // what little there is leaks in from outdoors
+    case LightKind::kDark:  // the little light there is leaks in from outdoors
       break;
   }
   return kResponses[channel].daylight;
 }
 
 constexpr double kDarkLux = 0.02;
-constexpr double kFrontShare = 0.6;  // the front sensor sits behind darker glass
+constexpr double kFrontShare = 0.6;  // the front sensor is behind darker glass
 constexpr double kFrontShareOfTorch = 0.1;
 
-/// Time that the LED takes to switch, in seconds.
+/// How long the LED takes to switch, in seconds.
 constexpr double kPwmEdge = 20e-6;
 constexpr double kMinDuty = 0.001;
 
@@ -117,7 +117,7 @@ double Sine(double turns) {
   return std::sin(2 * std::numbers::pi * turns);
 }
 
-/// The scene's level at a time, averaged over its flicker, in lux.
+/// The scene's level, averaged over its flicker, in lux.
 double MeanLux(const LightScene& scene, double seconds) {
   const double lux = scene.kind == LightKind::kDark ? kDarkLux : scene.illuminance_lux;
   if (!(scene.drift_period_s > 0)) {
@@ -127,12 +127,12 @@ double MeanLux(const LightScene& scene, double seconds) {
   return lux * (1 + scene.drift_depth * Sine(periods - std::floor(periods)));
 }
 
-/// The tube follows the mains' power: twice its frequency, and the harmonics of that.
+/// The lamp follows the power of the mains: twice its frequency, with harmonics.
 double FluorescentFactor(double phase) {
   return 1 + 0.25 * Sine(phase) + 0.08 * Sine(2 * phase + 0.1) + 0.03 * Sine(3 * phase + 0.3);
 }
 
-/// A square wave with sloping edges. Its mean is 1, whatever the duty.
+/// A square wave with sloping edges. Its mean is 1 for every duty.
 double PwmFactor(const LightScene& scene, double phase) {
   const double duty = std::max(scene.pwm_duty, kMinDuty);
   const double edge = std::min({scene.pwm_hz * kPwmEdge, duty, 1 - duty});
@@ -148,7 +148,7 @@ double PwmFactor(const LightScene& scene, double phase) {
   return on / duty;
 }
 
-/// The light at a moment as a part of its mean.
+/// The light at a moment as a fraction of its mean.
 double FlickerFactor(const LightScene& scene, double seconds) {
   switch (scene.kind) {
     case LightKind::kWarmLed:

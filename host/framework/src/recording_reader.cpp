@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kFormat = 1;
 constexpr size_t kMaxLine = size_t{4} << 20U;     // bytes
-constexpr size_t kMaxHeader = size_t{64} << 10U;  // what any other parser reads quickly, too
+constexpr size_t kMaxHeader = size_t{64} << 10U;  // a size that any parser reads quickly
 constexpr int64_t kMaxTime = int64_t{1} << 60;
 const std::string kBits = "0x";
 
@@ -73,7 +73,7 @@ void RecordingReader::Fail(const std::string& fault) const {
   throw std::runtime_error(name_ + ", line " + std::to_string(line_number_) + ": " + fault);
 }
 
-/// False where there is no further whole line.
+/// Returns false if no whole line is left.
 bool RecordingReader::ReadText() {
   stream_.getline(text_.get(), kMaxLine + 1);
   const std::streamsize count = stream_.gcount();

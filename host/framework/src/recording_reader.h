@@ -18,15 +18,14 @@
 // Reads recordings, which docs/recordings.md describes.
 namespace hyl::v2::host {
 
-/// Finds an object's member quickly, however many there are. Numbers are single-precision, as they
-/// were written.
+/// Finds a member quickly in an object of any size. Real numbers are single-precision, as written.
 using Json =
     nlohmann::basic_json<std::map, std::vector, std::string, bool, int64_t, uint64_t, float>;
 
-/// The number that `json` is, or of which it has the bits. Throws std::exception where it is none.
+/// The number in `json`, which may hold its bits as text. Throws std::exception for anything else.
 float RealFrom(const Json& json);
 
-/// The value that `json` is. Throws std::exception where it is of another type or out of range.
+/// The value in `json`. Throws std::exception if it is of another type or out of range.
 template <typename T>
 T ValueFrom(const Json& json) {
   if constexpr (std::is_same_v<T, float>) {
@@ -44,7 +43,7 @@ T ValueFrom(const Json& json) {
 /// Throws std::runtime_error unless `holds`.
 void Require(bool holds, const std::string& fault);
 
-/// The value of a member. Throws std::runtime_error, which says what is wrong.
+/// The value of a member. Throws std::runtime_error, whose text names the fault.
 template <typename T>
 T MemberOf(const Json& json, const char* name) try {
   return ValueFrom<T>(json.at(name));
@@ -53,7 +52,7 @@ T MemberOf(const Json& json, const char* name) try {
                            "' is missing, of a wrong type or out of range");
 }
 
-/// The same of a list.
+/// The values of a member that is a list. Throws like MemberOf.
 template <typename T>
 std::vector<T> ListOf(const Json& json, const char* name) try {
   std::vector<T> values;
@@ -67,24 +66,25 @@ std::vector<T> ListOf(const Json& json, const char* name) try {
 }
 
 /// Reads a recording line by line, in bounded memory. Throws std::runtime_error, whose text names
-/// the recording, the line and what is wrong with it.
+/// the recording, the line and the fault.
 class RecordingReader {
  public:
-  /// Reads the header. `name` is the recording's in messages; `stream` must outlive the reader.
+  /// Reads the header. `name` is the recording's name in messages. `stream` must outlive the
+  /// reader.
   RecordingReader(std::istream& stream, std::string name);
 
-  const Json& header() const { return header_; }
-  const std::string& header_text() const { return header_text_; }
+  const Json& Header() const { return header_; }
+  const std::string& HeaderText() const { return header_text_; }
 
   struct Line {
-    int64_t time_ns;  ///< its callback's, from the beginning of the recording
+    int64_t time_ns;  ///< of its callback, from the beginning of the recording
     Json json;
   };
-  /// The next line; none at the end, which may be in the middle of a line.
+  /// The next line; nothing at the end, which may be in the middle of a line.
   std::optional<Line> Next();
   /// Whether the recording has ended in the middle of a line.
-  bool cut_off() const { return cut_off_; }
-  /// Throws with what is wrong with the line that was read last.
+  bool CutOff() const { return cut_off_; }
+  /// Throws; `fault` is a fault of the line that was read last.
   [[noreturn]] void Fail(const std::string& fault) const;
 
  private:

@@ -27,7 +27,7 @@ struct Sensor {
   std::vector<uint32_t> handles;  // one for each way of running it
 };
 
-/// `counts` are those of the sensors with each first handle.
+/// `counts` has the number of sensors so far, by their first handle.
 Sensor SensorFrom(const Json& json, std::map<uint32_t, uint32_t>& counts) {
   const auto type = MemberOf<std::string>(json, "type");
   const bool flicker = type == "flicker";
@@ -53,7 +53,7 @@ SensorEvent EventFrom(const Json& line) {
   return event;
 }
 
-/// The samples, each in the low bits of so many bytes.
+/// The samples, each in the low bits of `sample_bytes` bytes.
 std::vector<uint8_t> BytesFrom(const Json& line, int bits, uint32_t sample_bytes) {
   std::vector<uint8_t> bytes;
   for (const auto sample : ListOf<int32_t>(line, "samples")) {
@@ -75,7 +75,7 @@ struct Replay::State {
   void ListSensors();
   void Deliver(const Json& line);
   void DeliverFlicker(const Sensor& sensor, const Json& line);
-  /// Only if the sensor is running.
+  /// Does nothing if the sensor is not running.
   void DeliverTo(const Sensor& sensor, const Message& message);
 
   std::ifstream stream;
@@ -90,7 +90,7 @@ struct Replay::State {
 void Replay::State::ListSensors() {
   std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "")};
   std::map<uint32_t, uint32_t> counts;
-  for (const Json& json : ListOf<Json>(reader.header(), "sensors")) {
+  for (const Json& json : ListOf<Json>(reader.Header(), "sensors")) {
     Require(sensors.size() < kMaxSensors, "there are too many sensors");
     sensors.push_back(SensorFrom(json, counts));
     for (const uint32_t handle : sensors.back().handles) {
@@ -109,7 +109,7 @@ void Replay::State::Deliver(const Json& line) {
   const bool flicker = kind == "flicker";
   Require(flicker || kind == "spectral", "there is no such kind of line");
   const auto name = MemberOf<std::string>(line, "sensor");
-  const auto sensor = std::ranges::find_if(sensors, [&](const Sensor& candidate) {
+  const auto sensor = std::find_if(sensors.begin(), sensors.end(), [&](const Sensor& candidate) {
     return candidate.name == name && candidate.flicker == flicker;
   });
   Require(sensor != sensors.end(), "the header has no such sensor");
@@ -144,7 +144,7 @@ void Replay::State::DeliverFlicker(const Sensor& sensor, const Json& line) {
 
 void Replay::State::DeliverTo(const Sensor& sensor, const Message& message) {
   for (const auto& [handle, client_id] : framework.Running()) {
-    if (std::ranges::find(sensor.handles, handle) != sensor.handles.end()) {
+    if (std::find(sensor.handles.begin(), sensor.handles.end(), handle) != sensor.handles.end()) {
       framework.Deliver(handle, message);
       return;
     }
@@ -167,8 +167,8 @@ Replay::Replay(const std::string& file) : state_(std::make_unique<State>(file)) 
 
 Replay::~Replay() = default;
 
-const std::string& Replay::header() const {
-  return state_->reader.header_text();
+const std::string& Replay::Header() const {
+  return state_->reader.HeaderText();
 }
 
 int64_t Replay::Now() const {
@@ -207,8 +207,8 @@ uint64_t Replay::TakeDrops() {
   return std::exchange(state_->drops, 0);
 }
 
-bool Replay::cut_off() const {
-  return state_->reader.cut_off();
+bool Replay::CutOff() const {
+  return state_->reader.CutOff();
 }
 
 }  // namespace hyl::v2::host

@@ -47,7 +47,7 @@ std::unique_ptr<Message> EchoSetting(const RlsMsgAccessReq& request) {
 
 }  // namespace
 
-uint32_t FrameworkCall::client_id() const {
+uint32_t FrameworkCall::ClientId() const {
   return std::visit(
       [](const auto& record) {
         if constexpr (requires { record.client_id; }) {
@@ -66,7 +66,7 @@ std::vector<SensorListEntry> DefaultSensors() {
           MakeEntry(kFrontContinuous, "Front ALS"), MakeEntry(kFlicker, "Flicker")};
 }
 
-/// What Api::Create gives to the client.
+/// The client's connection to the framework.
 class ScriptedFramework::Connection final : public Api {
  public:
   Connection(ScriptedFramework& framework, int number, std::unique_ptr<Api> hub)
@@ -101,7 +101,7 @@ class ScriptedFramework::Connection final : public Api {
  private:
   ScriptedFramework& framework_;
   const int number_;
-  const std::unique_ptr<Api> hub_;  // null when the framework has its own sensors
+  const std::unique_ptr<Api> hub_;  // null without UseSimulatedHub
 };
 
 ScriptedFramework::ScriptedFramework() {
@@ -240,7 +240,7 @@ void ScriptedFramework::DropCallbacks() {
   dropped.swap(callbacks_);
 }
 
-int ScriptedFramework::live_apis() {
+int ScriptedFramework::LiveApis() {
   const std::lock_guard lock(mutex_);
   return live_apis_;
 }
@@ -301,7 +301,7 @@ void ScriptedFramework::Accept(const FrameworkCall& call, const Callbacks& callb
   const std::lock_guard lock(mutex_);
   callbacks_[call.handle].swap(replaced);
   if (call.As<RlsMsgAccessReq>() == nullptr) {
-    const std::pair request(call.handle, call.client_id());
+    const std::pair request(call.handle, call.ClientId());
     std::erase(running_, request);
     if (call.As<StopSamplingReq>() == nullptr) {
       running_.push_back(request);
@@ -346,7 +346,7 @@ void ScriptedFramework::DeliverHeld() {
       answering_ = true;
       lock.unlock();
       next.callbacks->OnResponse(next.message.get());
-    }  // the callbacks are given back without the lock
+    }  // releases the callbacks without the lock
     lock.lock();
     answering_ = false;
     changed_.notify_all();

@@ -9,7 +9,7 @@
 namespace hyl::v2::host {
 namespace {
 
-/// The nearest multiple of `step` within the range, whose ends are multiples.
+/// The multiple of `step` in the range that is nearest to `value`. The range ends on multiples.
 uint32_t OntoStep(uint32_t value, uint32_t min, uint32_t max, uint32_t step) {
   return (std::clamp(value, min, max) + step / 2) / step * step;
 }
@@ -40,7 +40,7 @@ void WriteRegister(const RlsMsgAccessReq& request, Settings& settings) {
 struct Setting {
   RlsCommand command;
   void (*read)(const RlsMsgAccessReq&, const Conditions& now, RlsMsgAccessResp& reply);
-  /// Null for what can only be read.
+  /// Null for a read-only setting.
   void (*write)(const RlsMsgAccessReq& request, Settings& settings) = nullptr;
 };
 
@@ -131,7 +131,7 @@ std::array<uint8_t, 256> InitialRegisters() {
   return registers;
 }
 
-// The answer to a write is what a read would now find.
+// The answer to a write is that of a read after it.
 HylErr AccessSetting(const RlsMsgAccessReq& request, Conditions& conditions,
                      RlsMsgAccessResp& reply) {
   const auto* const setting =
@@ -150,8 +150,6 @@ HylErr AccessSetting(const RlsMsgAccessReq& request, Conditions& conditions,
     }
     setting->write(request, conditions.settings);
   }
-  reply.access = request.access;
-  reply.command = request.command;
   setting->read(request, conditions, reply);
   return HylErr::kOk;
 }

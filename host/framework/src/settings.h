@@ -11,7 +11,7 @@
 
 namespace hyl::v2::host {
 
-/// What the ambient-light sensors share.
+/// The ambient-light sensors share these.
 struct SpectralSettings {
   double gain = kDefaultGain;
   uint32_t exposure_us = kDefaultExposureUs;
@@ -34,20 +34,20 @@ struct Settings {
   SpectralSettings spectral;
   FlickerSettings flicker;
   bool torch = false;
-  std::optional<uint32_t>
-      sampling_period_us;  ///< of the ambient-light sensors; empty until written
+  /// Of the ambient-light sensors; empty until written.
+  std::optional<uint32_t> sampling_period_us;
   std::array<uint8_t, 256> registers = InitialRegisters();
 };
 
-/// What a measurement depends on: the light, and how the sensors are set up.
+/// What a measurement depends on.
 struct Conditions {
   LightScene scene;
   Settings settings;
 };
 
-/// Carries out an access and fills in the answer. kInvalidArgument, with nothing changed, for a
-/// setting that does not exist, for a write to one that can only be read, and for a gain write that
-/// names no gain.
+/// Carries out an access and fills in the answer. Returns kInvalidArgument and changes nothing if
+/// the setting does not exist, if a write is for a read-only setting, or if a gain write selects no
+/// gain.
 HylErr AccessSetting(const RlsMsgAccessReq& request, Conditions& conditions,
                      RlsMsgAccessResp& reply);
 

@@ -22,7 +22,7 @@ struct SimulatedHub::State : HubCore {
   State() { conditions.scene = initial_scene; }
 
   const LightScene initial_scene = InitialScene();
-  // The numbers of jobs bound what clients that never stop their requests can use up.
+  // The numbers of jobs limit the memory of clients that never stop their requests.
   DeliveryThread rear{*this, clock, 64};
   DeliveryThread front{*this, clock, 64};
   DeliveryThread flicker{*this, clock, 64};
@@ -40,7 +40,7 @@ struct SimulatedHub::State : HubCore {
   bool AllQuiet() const;
 };
 
-/// What a client sees of the hub: the sensor list, starts and stops, settings, replies.
+/// A client's connection: the sensor list, starts and stops, settings, replies.
 class SimulatedHub::ClientConnection final : public Api {
  public:
   using Callbacks = std::shared_ptr<Service::AsyncCallbacks>;
@@ -95,7 +95,7 @@ class SimulatedHub::ClientConnection final : public Api {
   struct Sensor {
     uint32_t handle;
     const char* name;
-    DeliveryThread State::*thread;  ///< null for what does not run
+    DeliveryThread State::*thread;  ///< null for a sensor that cannot be started
     RequestType start;              ///< the request that starts it
     Side side;                      ///< of an ambient-light sensor
   };
@@ -119,8 +119,7 @@ class SimulatedHub::ClientConnection final : public Api {
     const Callbacks callbacks;
   };
 
-  /// A record of another kind than announced is not served, nor is a request that the sensor does
-  /// not know.
+  /// Refuses a request that the sensor does not serve, and a record of another kind than announced.
   HylErr Serve(const Call& call, const Request& request) {
     const bool starts = call.sensor.thread != nullptr && call.sensor.start == call.type;
     const bool stops = call.sensor.thread != nullptr && call.type == RequestType::kStopSampling;
@@ -150,7 +149,7 @@ class SimulatedHub::ClientConnection final : public Api {
     return HylErr::kInvalidArgument;
   }
 
-  // The hub mutex is held for the following.
+  // The operations below require the hub mutex.
 
   HylErr StartSampling(const Call& call, uint32_t client_id, uint64_t period_us, EndedJobs& ended) {
     DeliveryThread& thread = hub_.*call.sensor.thread;
@@ -222,7 +221,7 @@ class SimulatedHub::ClientConnection final : public Api {
            Schedule(hub_.clock.Now(), period_us * kNsPerUs, 0));
   }
 
-  /// The flicker sensor keeps to its own pace, whatever period is asked for.
+  /// The flicker sensor ignores the period of the request.
   void AddFlickerJob(const Call& call, uint32_t client_id) {
     hub_.last_flicker_run = std::make_shared<FlickerSensor>(hub_.conditions.scene.seed,
                                                             hub_.packing, hub_.flicker_faults);

@@ -117,10 +117,10 @@ TEST(ReplayTest, DeliversWhatFallsDue) {
   client.replay.Step();
   EXPECT_EQ(client.replay.Now(), 20);
   EXPECT_EQ(count_after(0), 3U);
-  EXPECT_FALSE(client.replay.cut_off());
+  EXPECT_FALSE(client.replay.CutOff());
   EXPECT_EQ(count_after(100), 3U);
   EXPECT_EQ(client.replay.TakeDrops(), 4U);
-  EXPECT_TRUE(client.replay.cut_off());
+  EXPECT_TRUE(client.replay.CutOff());
   EXPECT_EQ(client.replay.NextDue(), Replay::kNever);
 }
 

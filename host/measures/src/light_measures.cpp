@@ -19,7 +19,7 @@ double StroboscopicVisibility(std::span<const int32_t> second) {
   const auto magnitudes = FourierMagnitudes(std::vector<double>(second.begin(), second.end()));
   double sum = 0;
   for (size_t entry = 80; entry <= kLastHz; ++entry) {
-    const double amplitude = 2 * magnitudes[entry] / magnitudes[0];  // as a part of the mean
+    const double amplitude = 2 * magnitudes[entry] / magnitudes[0];  // as a fraction of the mean
     const auto hz = static_cast<double>(entry);
     const double threshold = 1 / (1 + std::exp(-0.00518 * (hz - 306.6))) + 20 * std::exp(-hz / 10);
     sum += std::pow(amplitude / threshold, 3.7);
@@ -32,7 +32,7 @@ double StroboscopicVisibility(std::span<const int32_t> second) {
 FlickerLevels LevelsOf(std::span<const int32_t> samples) {
   const auto [min, max] = std::minmax_element(samples.begin(), samples.end());
   double sum = 0;
-  double light = 0;  // the sum of what is not below darkness
+  double light = 0;  // the sum of the samples above darkness
   for (const int32_t sample : samples) {
     sum += sample;
     light += std::max(0, sample);
@@ -52,16 +52,16 @@ FlickerLevels LevelsOf(std::span<const int32_t> samples) {
   return levels;
 }
 
-// A convolution with a chirp, of a length that is a power of two (L. I. Bluestein, "A linear
-// filtering approach to the computation of discrete Fourier transform", IEEE Trans. Audio
-// Electroacoust. 18, 1970). The last factor of each entry is left out, since its magnitude is 1.
+// A convolution with a chirp, whose length is a power of two (L. I. Bluestein, "A linear filtering
+// approach to the computation of discrete Fourier transform", IEEE Trans. Audio Electroacoust. 18,
+// 1970). The last factor of each entry has the magnitude 1 and is omitted.
 std::vector<double> FourierMagnitudes(const std::vector<double>& values) {
   const size_t count = values.size();
   const size_t length = std::bit_ceil(2 * count);
   std::vector<std::complex<double>> signal(length);
   std::vector<std::complex<double>> chirp(length);
   for (size_t i = 0; i < count; ++i) {
-    // Whole turns are left out, since small angles are more exact.
+    // Without whole turns, since small angles are more exact.
     const auto angle = static_cast<double>(uint64_t{i} * i % (2 * count));
     chirp[i] = std::polar(1.0, std::numbers::pi * angle / static_cast<double>(count));
     chirp[(length - i) % length] = chirp[i];

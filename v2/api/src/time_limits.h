@@ -3,7 +3,7 @@
 #include <chrono>
 
 // The fuzzers' build divides all time limits alike, so that lost replies and missing sensors do not
-// slow it down.
+// slow it down. So does a build for the host, where its variable of the same name says so.
 #ifndef HYL_TIME_LIMIT_DIVISOR
 #define HYL_TIME_LIMIT_DIVISOR 1
 #endif

@@ -16,7 +16,7 @@ enum LogSeverity {
   FATAL,
 };
 
-/// The buffer of the device's log that an entry goes to.
+/// The buffers of the device's log.
 enum LogId {
   DEFAULT,
   MAIN,
@@ -25,41 +25,40 @@ enum LogId {
   CRASH,
 };
 
-/// Receives every entry that is logged: `message` is its whole text, line ends included, and is
-/// valid during the call only, as `tag` and `file` are. Called on the thread that logs, by several
-/// threads at once if several log, and with no lock of the logging held: it may log and may call
-/// SetLogger. It must not call the code that logs, which may hold locks: a logger that calls the
-/// sensor library hangs while that logs its sensor list.
+/// Receives every entry that is logged. `message` is its whole text, including line ends. Like
+/// `tag` and `file`, it is valid only during the call. The call comes on the thread that logs, and
+/// on several threads at once if several log. No lock of the logging is held, so the function may
+/// log and may call SetLogger. It must not call the code that logs, which may hold locks: a logger
+/// that calls the sensor library hangs while the library logs its sensor list.
 using LogFunction = std::function<void(LogId, LogSeverity, const char* tag, const char* file,
                                        unsigned int line, const char* message)>;
 
-/// Replaces the logger and returns the one before it. Entries that other threads have begun to
-/// write may still reach the old logger after the return. An empty function means the default
-/// logger, which writes each entry to standard error as one line.
+/// Replaces the logger and returns the previous one. An entry that another thread is writing may
+/// still reach the previous logger after the return. An empty function restores the default logger,
+/// which writes each entry to standard error as one line.
 LogFunction SetLogger(LogFunction&& logger);
 
-/// Sets the lowest severity that is logged and returns the one before it. At first that is the one
-/// that the environment variable HYL_LOG names (verbose, debug, info, warning, error or fatal), or
-/// INFO.
+/// Sets the lowest severity that is logged and returns the previous one. The initial one is in the
+/// environment variable HYL_LOG (verbose, debug, info, warning, error or fatal); without it, INFO.
 LogSeverity SetMinimumLogSeverity(LogSeverity severity);
 LogSeverity GetMinimumLogSeverity();
 
-/// Tells whether an entry of that severity and tag is logged. FATAL always is.
+/// Whether an entry of that severity and tag is logged. FATAL always is.
 bool ShouldLog(LogSeverity severity, const char* tag);
 
-/// One entry: text is put into `stream()`, and the destructor hands it to the logger if it should
-/// be logged. An entry for which memory runs out, in the logger too, is lost. An entry of severity
-/// FATAL then ends the process.
+/// One entry. Write its text to `stream()`; the destructor passes it to the logger if its severity
+/// is logged. An entry is lost when memory runs out, in the logger too. An entry of severity FATAL
+/// then ends the process.
 class LogMessage {
  public:
-  /// `file` and `tag` must outlive the object. A null tag means the program's name. An `error`
-  /// other than -1 is an errno value, whose description is appended to the text.
+  /// `file` and `tag` must outlive the object. A null tag means the program's name. The description
+  /// of `error`, an errno value, is appended to the text; -1 means none.
   LogMessage(const char* file, unsigned int line, LogSeverity severity, const char* tag, int error);
   LogMessage(const LogMessage&) = delete;
   LogMessage& operator=(const LogMessage&) = delete;
   ~LogMessage();
 
-  /// Where the entry's text goes. Valid while the entry lives; one thread at a time.
+  /// The stream for the entry's text. Valid while the entry lives, for one thread at a time.
   std::ostream& stream();
 
  private:

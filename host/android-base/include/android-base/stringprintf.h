@@ -4,7 +4,7 @@
 
 namespace android::base {
 
-/// Formats as printf does and returns the text; no length is too long for it.
+/// Returns the text that printf would write, whatever its length.
 std::string StringPrintf(const char* format, ...) __attribute__((__format__(__printf__, 1, 2)));
 
 }  // namespace android::base

@@ -10,7 +10,7 @@
 #include <span>
 #include <utility>
 
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_instance.h>
 
 namespace hyl::v2 {
 
@@ -68,8 +68,8 @@ struct ClientCore final : HylSpectralApiCallbackInterface,
   /// Guards all below. Held around enable, change and disable; never while a handler runs, nor
   /// around Destroy.
   std::mutex mutex;
-  HylSpectralApi* api = nullptr;  ///< null once the client is gone
-  uint32_t light_id = 0;          ///< of the session that is open; 0 when none is
+  SpectralInstance api;   ///< empty once the client is gone
+  uint32_t light_id = 0;  ///< of the session that is open; 0 when none is
   uint32_t flicker_id = 0;
   std::shared_ptr<int[]> buffer;  ///< of the flicker session
 };
@@ -137,7 +137,7 @@ class SpectralClient {
   /// Connects to the framework. Where that cannot be reached, enables and settings fail.
   explicit SpectralClient(SpectralHandlers handlers)
       : core_(std::make_shared<spectral::ClientCore>(std::move(handlers))) {
-    static_cast<void>(HylSpectralApi::Create(&core_->api, core_.get(), HylLogLevel{}));  // kOk
+    core_->api = MakeInstance(core_.get());
   }
   SpectralClient(const SpectralClient&) = delete;
 
@@ -147,9 +147,8 @@ class SpectralClient {
     std::unique_lock lock(core_->mutex);
     core_->Disable_locked(core_->light_id);
     core_->Disable_locked(core_->flicker_id);
-    HylSpectralApi* api = std::exchange(core_->api, nullptr);
-    lock.unlock();
-    HylSpectralApi::Destroy(&api);
+    const SpectralInstance api = std::move(core_->api);
+    lock.unlock();  // for the handlers that the end of the instance waits for
   }
 
   /// Starts an ambient-light sensor.

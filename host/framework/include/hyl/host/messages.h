@@ -12,12 +12,12 @@
 #include <hyl/rls_msg_access.h>
 #include <hyl/sampling_messages.h>
 
-// The framework's messages, ready to be made and delivered. Their fields are public, so that a test
-// can put anything into them.
+// The framework's messages, for tests to make and deliver. Their fields are public, so a test can
+// set them to anything.
 namespace hyl::v2::host {
 
-/// Reply to a start or stop request; `type` is the request's. With any other type, a message that
-/// no client knows.
+/// Reply to a start or stop request of the same type. With another type, a message that no client
+/// knows.
 class StatusReply final : public SamplingStatusResp {
  public:
   explicit StatusReply(uint32_t type, uint8_t status = 0)
@@ -30,7 +30,7 @@ class StatusReply final : public SamplingStatusResp {
   uint8_t status_;
 };
 
-/// Reply to a read or write of a setting. The value goes into the field that the setting uses.
+/// Reply to a read or write of a setting. Its value is in the field that the setting uses.
 class SettingReply final : public RlsMsgAccessResp {
  public:
   SettingReply(RlsAccess of_access, RlsCommand of_command) {
@@ -40,7 +40,7 @@ class SettingReply final : public RlsMsgAccessResp {
   uint8_t Type() const override { return static_cast<uint8_t>(MessageType::kRlsMsgAccessResp); }
 };
 
-/// One sample of an ambient-light sensor. The record holds the first 16 values.
+/// One sample of an ambient-light sensor. The record holds only the first 16 values.
 class SpectralMessage final : public SampleMessage {
  public:
   explicit SpectralMessage(const std::vector<float>& values, int64_t timestamp = 0) {
@@ -54,7 +54,7 @@ class SpectralMessage final : public SampleMessage {
   SpectralSample sample{};
 };
 
-// The platform counter, whose ticks timestamps may count, runs at 19.2 MHz: 12 ticks are 625 ns.
+// The platform counter runs at 19.2 MHz: 12 ticks are 625 ns. A timestamp may count its ticks.
 inline constexpr uint64_t kTicksPerUnit = 12;
 inline constexpr uint64_t kNsPerUnit = 625;
 /// Marks a timestamp that counts ticks.
@@ -67,19 +67,19 @@ constexpr uint64_t NsToPlatformTicks(uint64_t ns) {
 
 using SensorEventPtr = refcount::reffed_ptr<const RefCountedSensorEvent>;
 
-/// What one event of a chain holds. At most 255 values; more are cut off.
+/// The contents of one event of a chain. Only the first 255 values are kept.
 struct SensorEvent {
   SensorEventType type = SensorEventType::kSpectralSample;
   std::vector<float> values = {};
   int64_t timestamp = 0;
 };
 
-/// A chain of the given events on the heap, in their order. Each holds a reference of the next, and
-/// frees itself with its last reference.
+/// A chain of the given events, in order, on the heap. Each event holds a reference to the next and
+/// frees itself with its own last reference.
 [[gnu::visibility("default")]] SensorEventPtr MakeEventChain(
     const std::vector<SensorEvent>& events);
 
-/// Delivers a chain. `count` is the length that the message claims.
+/// Carries a chain. `count` is the length that the message claims.
 class EventChainMessage final : public EventMessage {
  public:
   EventChainMessage(SensorEventPtr first, uint64_t count) {
@@ -102,7 +102,7 @@ class FlickerFormatMessage final : public FlickerFormatResp {
   uint8_t Type() const override { return static_cast<uint8_t>(MessageType::kFlickerFormat); }
 };
 
-/// A chunk of packed flicker samples. The message keeps the bytes.
+/// A chunk of packed flicker samples. The message owns the bytes.
 class FlickerDataMessage final : public FlickerDataResp {
  public:
   explicit FlickerDataMessage(std::vector<uint8_t> bytes, uint32_t at_offset = 0,

@@ -24,16 +24,16 @@ namespace hyl::v2::host {
 /// One call into the framework.
 struct FrameworkCall {
   enum class Kind { kCreate, kGetSensorList, kInvoke, kDestroy };
-  /// A copy of the request; empty for a record of an unknown kind.
+  /// A copy of the request; empty for an unknown kind of record.
   using Record = std::variant<std::monostate, StopSamplingReq, StartOnChangeSamplingReq,
                               StartContinuousSamplingReq, RlsMsgAccessReq>;
 
   Kind kind;
-  int api = 0;          ///< the Api concerned: 1 for the first that was made; 0 for a failed Create
+  int api = 0;          ///< the Api's number, from 1 in order of creation; 0 for a failed Create
   uint32_t handle = 0;  ///< of the sensor
-  uint32_t type = 0;    ///< of the request; of a Create, its ClientType
+  uint32_t type = 0;    ///< of the request; for a Create, its ClientType
   Record request = {};
-  const void* callbacks = nullptr;  ///< the object that was passed
+  const void* callbacks = nullptr;  ///< the callback object that came with the request
   HylErr result = HylErr::kOk;
 
   /// The request's fields if it is a `Req`; null otherwise.
@@ -41,31 +41,31 @@ struct FrameworkCall {
   const Req* As() const {
     return std::get_if<Req>(&request);
   }
-  /// Of a start or stop request; 0 otherwise.
-  uint32_t client_id() const;
+  /// The client id of a start or stop request; 0 otherwise.
+  uint32_t ClientId() const;
 };
 
-/// The marker of a complete list; "Rear ALS" and "Front ALS", each in both types; "Flicker"; and
-/// two sensors that are not optical.
+/// A complete sensor list: "Rear ALS" and "Front ALS", each in both types; "Flicker"; two sensors
+/// that are not optical; and the marker.
 std::vector<SensorListEntry> DefaultSensors();
 
-/// A framework that does as it is told, behind Api::Create while it lives: for the thread that
-/// makes it, and, while it is the latest, for threads that have made none. At first it has
-/// DefaultSensors(), accepts every request and answers none; AnswerWith(Echo) makes it a sound one.
-/// Sensors deliver what the test delivers.
+/// A framework that a test controls. While it lives, it is behind Api::Create for the thread that
+/// made it and, if it is the latest one, for all threads that have made none. Initially it has
+/// DefaultSensors(), accepts every request and answers none. AnswerWith(Echo) makes it answer like
+/// a sound framework. Its sensors deliver only what the test delivers.
 ///
-/// Must outlive the clients' instances. All operations are safe on any thread, and inside its hook.
+/// It must outlive the clients' instances. All operations are safe on any thread and in the hook.
 class ScriptedFramework {
  public:
   using Callbacks = std::shared_ptr<Service::AsyncCallbacks>;
   using Messages = std::vector<std::unique_ptr<Message>>;
   using Hook = std::function<void(const FrameworkCall&)>;
-  /// Makes the messages that answer an accepted request, in the order of their delivery. Must not
-  /// call the framework.
+  /// Makes the messages that answer an accepted request, in order of delivery. Must not call the
+  /// framework.
   using Answer = std::function<Messages(const FrameworkCall&)>;
 
   ScriptedFramework();
-  /// Drops the answers that are still held.
+  /// Drops answers that are still held.
   ~ScriptedFramework();
   ScriptedFramework(const ScriptedFramework&) = delete;
   ScriptedFramework& operator=(const ScriptedFramework&) = delete;
@@ -73,64 +73,66 @@ class ScriptedFramework {
   /// \name Script
   /// @{
 
-  /// In place of a number below: every call that no number names.
+  /// Instead of a number below: every call for which no number is planned.
   static constexpr int kEvery = 0;
-  /// Lets the n-th Create from now on (1 is the next one) fail.
+  /// Makes the n-th Create from now on fail; 1 is the next one.
   void FailCreate(int n);
   /// Refuses the n-th request from now on with `result`.
   void RefuseInvoke(int n, HylErr result);
-  /// Refuses every request for which `judge` returns another result than kOk; empty ends this.
+  /// Refuses every request for which `judge` returns a result other than kOk, with that result. It
+  /// runs on the calling thread, without a lock of the framework held. An empty function ends this.
   void RefuseIf(std::function<HylErr(const FrameworkCall&)> judge);
-  /// Gives Apis that are made from now on the simulated hub's sensors: accepted requests go there.
+  /// Connects each Api made from now on to the simulated hub, which receives its accepted requests.
   void UseSimulatedHub();
   void SetSensorList(std::vector<SensorListEntry> list);
-  /// `list` is asked with the number of the query, from 1 on.
+  /// `list` makes the list for each query, given the query's number, from 1.
   void SetSensorList(std::function<std::vector<SensorListEntry>(int)> list);
-  /// Runs on the calling thread at the start of every framework call, without a lock held. May
-  /// block, and may call into the library as far as the library's locks allow.
+  /// `hook` runs on the calling thread at the start of every framework call, without a lock of the
+  /// framework held. It may block. It may call the library where the library's own locks permit it.
   void SetHook(Hook hook);
-  /// From now on answers accepted requests, on a thread of the framework. An empty function answers
+  /// Answers accepted requests from now on, on a thread of the framework. An empty function answers
   /// none.
   void AnswerWith(Answer answer);
-  /// One sound answer: a status reply, or the setting's reply with the request's arguments.
+  /// The answer of a sound framework: a status reply, or a setting's reply with the request's
+  /// arguments.
   static Messages Echo(const FrameworkCall& call);
-  /// Holds up answers, and releases them again.
+  /// Keeps answers back until ReleaseAnswers().
   void HoldAnswers();
   void ReleaseAnswers();
-  /// Returns when all answers have been delivered. They must not be held.
+  /// Waits until all answers have been delivered. They must not be held.
   void AwaitAnswers();
-  /// Stops recording calls, which otherwise pile up until Take, or resumes it. Without recording
-  /// and answers, a request of a known kind takes no memory.
+  /// Stops or resumes the recording of calls, which accumulate until Take. Without recording and
+  /// answers, a request of a known kind allocates no memory.
   void SetRecording(bool on);
   /// @}
 
   /// \name What happened
   /// @{
 
-  /// All calls since the last Take, in their order.
+  /// All calls since the last Take, in order.
   std::vector<FrameworkCall> Take();
-  /// Take, requests only.
+  /// The same, without the calls that are not requests.
   std::vector<FrameworkCall> TakeInvokes();
-  /// (handle, client id) of the requests that have been started and not been stopped.
+  /// Handle and client id of each request that has been started and not stopped.
   std::set<std::pair<uint32_t, uint32_t>> Running();
-  /// The callback object of the latest accepted request to a sensor; null when there was none.
+  /// The callback object of the latest accepted request to a sensor; null if there was none.
   Callbacks CallbacksOf(uint32_t handle);
-  /// Drops every copy of a callback object that the framework holds.
+  /// Releases all callback objects that the framework holds.
   void DropCallbacks();
-  /// Api objects that have not been deleted.
-  int live_apis();
+  /// The number of Api objects that have not been deleted.
+  int LiveApis();
   /// @}
 
-  /// Delivers a message to the sensor's callback object on the calling thread, which must not be
-  /// inside a framework call. Throws std::logic_error when no request to the sensor was accepted.
+  /// Delivers a message to the sensor's callback object on the calling thread, which must not be in
+  /// a framework call. Throws std::logic_error if no request to the sensor has been accepted.
   void Deliver(uint32_t handle, const Message& message);
 
-  /// A connection to the framework, as Api::Create makes it; empty where FailCreate says so.
+  /// A connection to the framework, as Api::Create returns it; null if FailCreate says so.
   std::unique_ptr<Api> Connect(ClientType type);
 
  private:
   class Connection;
-  /// The results that are planned for the calls of one kind.
+  /// The planned results of one kind of call.
   class Results {
    public:
     HylErr Next();
@@ -154,7 +156,7 @@ class ScriptedFramework {
   void Note(const FrameworkCall& call);
   void DeliverHeld();
 
-  std::mutex mutex_;  // guards all below; answer_thread_ is joined without it
+  std::mutex mutex_;  // guards all members below; answer_thread_ is joined without it
   std::condition_variable changed_;
   bool recording_ = true;
   std::vector<FrameworkCall> calls_;
@@ -177,11 +179,11 @@ class ScriptedFramework {
   std::thread answer_thread_;
 };
 
-/// From now on asks `fails` whenever a framework vector is to become longer: true makes that Resize
-/// fail and leaves the vector as it was. An empty function ends this. For the whole process.
+/// From now on, and in the whole process, `fails` decides whether a framework vector can grow: true
+/// makes Resize fail and leaves the vector unchanged. An empty function ends this.
 ///
-/// Safe on any thread. `fails` runs on the threads that resize, several at once if they do, without
-/// a lock held.
+/// Safe on any thread. `fails` runs on the thread that resizes, without a lock held, and on several
+/// threads at once if several resize.
 void FailVectorGrowth(std::function<bool()> fails);
 
 #pragma GCC visibility pop

@@ -17,36 +17,36 @@ enum class LightKind {
   kDaylight,     ///< steady
   kWarmLed,      ///< phosphor LED, dimmed by pulse width at a few kilohertz
   kFluorescent,  ///< line spectrum; ripples at twice the mains frequency, with harmonics
-  kDark,         ///< nearly nothing but sensor noise
+  kDark,         ///< hardly more than the sensors' own noise
 };
 
-/// What the simulated sensors look at.
+/// What the simulated sensors see.
 struct LightScene {
   LightKind kind = LightKind::kDaylight;
   double illuminance_lux = 500;
   double drift_period_s = 20;  ///< period of a slow change of level; 0 for none
-  double drift_depth = 0.05;   ///< its amplitude, as a part of the level
+  double drift_depth = 0.05;   ///< amplitude of that change, as a fraction of the level
   double mains_hz = 50;        ///< 50 or 60
   double pwm_hz = 2000;        ///< of the warm LED
   double pwm_duty = 0.5;       ///< of the warm LED, 0 to 1
-  uint64_t seed = 1;           ///< of the noise; the same seed gives the same data
+  uint64_t seed = 1;           ///< for the noise; the same seed gives the same data
 
   bool operator==(const LightScene&) const = default;
 };
 
-/// The scene of a text such as "dark" or "warm-led,lux=300,pwm=1000": a kind, then numbers that are
-/// other than the default, moved to the nearest that make sense. They are lux, drift-period,
-/// drift-depth, mains, pwm and duty. Empty for any other text.
+/// Reads a scene such as "dark" or "warm-led,lux=300,pwm=1000": a kind, then the numbers that
+/// differ from the default. Their names are lux, drift-period, drift-depth, mains, pwm and duty. A
+/// number out of range is moved to the nearest in range. Returns nothing for any other text.
 [[gnu::visibility("default")]] std::optional<LightScene> ParseScene(std::string_view text);
 
-/// What a message says of a text that is no scene.
+/// Completes an error message that begins with a text that is no scene.
 inline constexpr char kNoScene[] =
     "is no scene; a scene is daylight, warm-led, fluorescent or dark, then numbers, as in "
     "'warm-led,lux=300'";
 
-/// How the simulated flicker sensor packs its samples. A layout that no client can accept (another
-/// width than those of FlickerFormatSampleWidth, or more than 16 padding bits) is announced as it
-/// is, to show what the client does with it; the data that follow are plain 2-byte samples.
+/// How the simulated flicker sensor packs its samples. A layout that no client can accept has a
+/// width outside FlickerFormatSampleWidth or more than 16 padding bits. The sensor announces it
+/// unchanged, to test the client, and then sends plain 2-byte samples.
 struct FlickerPacking {
   FlickerFormatSampleWidth width = FlickerFormatSampleWidth::kCompressed1;
   bool little_endian = true;  ///< 16-bits-in-2 and uncompressed
@@ -54,119 +54,112 @@ struct FlickerPacking {
   uint8_t lsb = 0;            ///< uncompressed: unused bits below the sample field
 };
 
-/// Faults of the simulated flicker sensor. Chunks are counted from 0 at each start; a chunk holds
-/// 10 ms of samples.
+/// Faults of the simulated flicker sensor. A chunk holds 10 ms of samples. Each start of the sensor
+/// counts chunks from 0.
 ///
-/// The sensor knows nothing of its losses: it keeps counting bytes and, in compressed-1, writing
-/// each sample as the difference from the one before. So a client of compressed-1 is off by a
-/// constant after a lost chunk (the sum of the lost differences) and after a repeated one, until
-/// the next restart: every tenth chunk carries the restart flag and begins with an absolute value.
-/// The client never loses its place between values, because no value reaches into or out of a
-/// lost, repeated or unreadable chunk.
+/// The sensor does not notice its losses. It continues to count bytes and, in compressed-1, to
+/// write each sample as the difference from the previous one. After a lost or repeated chunk, a
+/// client of compressed-1 is therefore off by a constant until the next restart: every tenth chunk
+/// carries the restart flag and begins with an absolute value. The client never loses its place
+/// between values, because no value crosses the edge of a lost, repeated or unreadable chunk.
 struct FlickerFaults {
-  /// Every n-th chunk is measured but not delivered (chunks n - 1, 2n - 1, ...); 1 delivers none, 0
-  /// all. A chunk that is lost is not repeated.
+  /// With n, chunks n - 1, 2n - 1 and so on are measured but not delivered. 1 loses all chunks, 0
+  /// none. A lost chunk is not repeated.
   uint32_t lose_every = 0;
-  /// This chunk is delivered twice, with the same offset; the second time takes the place of a
-  /// chunk, so that all later data come 10 ms late. 0 for none.
+  /// This chunk is delivered twice, with the same offset. The repetition delays all later data by
+  /// 10 ms. 0 for none.
   uint32_t repeat_chunk = 0;
-  /// Stray bytes, the beginning of a value that has no end, follow the samples of this chunk: two
-  /// in compressed-1, one otherwise. They count in the offsets of the chunks after it, which are
-  /// sound again. 0 for none.
+  /// Stray bytes follow the samples of this chunk: two in compressed-1, one otherwise. They begin a
+  /// value that never ends. They count in the offsets of later chunks, which are sound. 0 for none.
   uint32_t unreadable_chunk = 0;
 };
 
-/// How late and in which order the hub answers requests.
+/// When and in which order the hub answers requests.
 struct ReplyFaults {
-  std::chrono::microseconds max_delay{0};  ///< each reply is held up for a random time up to this
-  bool reorder = false;                    ///< replies overtake each other as their delays have it
-  bool ignore_writes = false;  ///< setting writes are accepted, carried out and never answered
+  std::chrono::microseconds max_delay{0};  ///< each reply is delayed by a random time up to this
+  bool reorder = false;                    ///< a reply may overtake another one with a longer delay
+  bool ignore_writes = false;  ///< setting writes are accepted and carried out, but never answered
   uint64_t seed = 1;
 };
 
-/// A sensor that a client has running.
+/// A request that runs on a sensor.
 struct RunningRequest {
   uint32_t sensor_handle;
   uint32_t client_id;
 };
 
 /// The sensor hub behind Api::Create on a machine without sensors: two ambient-light sensors and a
-/// flicker sensor that look at a LightScene. One hub serves the process, any number of Api objects
-/// at a time. The sensors' handles are in sensors.h.
+/// flicker sensor that see a LightScene. One hub serves all Api objects of the process. sensors.h
+/// has the sensors' handles and settings.
 ///
 /// A sensor measures once a period, first one period after its start:
 /// - The rear ambient-light sensor delivers each measurement in a sample message, with its time in
 ///   nanoseconds.
 /// - The front one delivers event chains: in continuous sampling, one for every four measurements.
-///   Every second event has its time in platform ticks, and every third chain ends with an event of
-///   the kind that clients ignore.
-/// - In on-change sampling both deliver their first measurement, and then those for which the light
-///   on some channel differs from the one last delivered by more than 3 percent of it plus 0.002
-///   counts per millisecond.
-/// - The flicker sensor delivers 10 ms of samples every 10 ms, and its format before the first and
-///   every tenth of them.
-/// In real time, measurements that the client has no time for are skipped; the flicker sensor first
-/// holds half a second of them and then pauses.
+///   Every second event has its time in platform ticks. Every third chain ends with an event of the
+///   kind that clients ignore.
+/// - In on-change sampling, both deliver their first measurement. After that, they deliver one when
+///   the light on a channel has changed by more than 3 percent plus 0.002 counts per millisecond
+///   since the last delivery.
+/// - The flicker sensor delivers 10 ms of samples every 10 ms. Its format precedes the first chunk
+///   and every tenth one.
+/// In real time, a slow client misses measurements. The flicker sensor first holds half a second of
+/// them, then pauses.
 ///
-/// Requests: an Api has one request for a sensor handle running; a further start takes the place of
-/// the one before. The hub refuses, with kNotFound, handles that are not in the sensor list and
-/// stops of what does not run; with kInvalidArgument, requests that the sensor does not serve and
-/// records of another kind than announced; with kNullPointer, null callbacks; with kFailed,
-/// requests for which there is no room: 256 replies wait, or 64 requests run on the sensor. The
-/// settings are listed in sensors.h as well.
+/// For each sensor handle, an Api has at most one running request; a further start replaces it. The
+/// hub refuses requests with these results:
+/// - kNullPointer: the callbacks are null;
+/// - kNotFound: the handle is not in the sensor list, or the request to stop does not run;
+/// - kInvalidArgument: the sensor does not serve the request, or its record is of another kind;
+/// - kFailed: there is no room. 256 replies wait, or 64 requests run on the sensor.
 ///
-/// The hub calls the clients' callback objects on its own threads, one for each sensor and one for
-/// replies, without a lock held. Deleting an Api ends its requests, drops its replies and releases
-/// its callback objects. It waits for deliveries in progress, unless it is called on one of the
-/// hub's threads, that is, inside a callback: then they continue, each holding its callback object
-/// until it ends.
+/// The hub calls the clients' callback objects on its own threads: one for each sensor, and one for
+/// replies. It holds no lock then. Deleting an Api ends its requests, drops its replies and
+/// releases its callback objects. The deletion waits for deliveries in progress, except inside a
+/// callback. In that case they continue, and each holds its callback object until it ends.
 ///
 /// All operations are safe on any thread and inside callbacks.
 class [[gnu::visibility("default")]] SimulatedHub {
  public:
-  /// The hub of this process, made at the first call; it lives until the process ends.
+  /// The hub of this process. The first call creates it; it lives until the process ends.
   static SimulatedHub& Instance();
 
-  /// Puts the hub back to its initial state: no running sensors, the scene that the environment
-  /// variable HYL_HUB_SCENE describes or else the default, default settings and packing, no faults,
-  /// real time. Replies that wait are dropped. Waits for deliveries in
-  /// progress, except inside a callback.
+  /// Restores the initial state: no running sensors, the scene in the environment variable
+  /// HYL_HUB_SCENE or else the default one, default settings and packing, no faults, real time.
+  /// Drops replies that wait. Waits for deliveries in progress, except inside a callback.
   void Reset();
 
-  /// Holds from the next measurement on. Numbers that make no sense are moved to the nearest that
-  /// do.
+  /// Takes effect at the next measurement. A number out of range is moved to the nearest in range.
   void SetScene(const LightScene& scene);
-  /// What SetScene was given last, with its numbers as they hold; at first the initial
-  /// one.
+  /// The scene in effect.
   LightScene Scene() const;
 
-  /// Runs on a clock that only Advance moves, until Reset. It starts at 0 s. Initially the hub runs
-  /// on real time.
+  /// Replaces real time, until Reset, by a clock that starts at 0 s and that only Advance moves.
   void UseVirtualClock();
-  /// Moves the virtual clock, and returns when everything that fell due has been delivered, in
-  /// order of time for each sensor. Replies do not wait for the clock; all those to requests made
-  /// before the call are delivered first. On real time, waits for the replies alone. Inside a
-  /// callback, moves the clock and does not wait.
+  /// Delivers the replies to all requests made before the call, then moves the virtual clock.
+  /// Returns when everything that fell due has been delivered, for each sensor in order of time. On
+  /// real time, it waits for the replies only. Inside a callback, it moves the clock and does not
+  /// wait.
   void Advance(std::chrono::nanoseconds step);
-  /// Nanoseconds on the hub's present clock.
+  /// The time on the hub's clock, in nanoseconds.
   int64_t Now() const;
 
-  /// Both hold from the next start of the flicker sensor on.
+  /// Both take effect at the next start of the flicker sensor.
   void SetFlickerPacking(const FlickerPacking& packing);
   void SetFlickerFaults(const FlickerFaults& faults);
-  /// Holds for replies to later requests. Delays are of real time, and at most a minute.
+  /// Affects replies to later requests. Delays are in real time, and at most a minute.
   void SetReplyFaults(const ReplyFaults& faults);
 
-  /// The samples, as signed numbers of `bits` bits, that the flicker sensor measured since it was
-  /// last started: what a client that loses nothing receives. At most the first 2^20 are kept.
-  /// Empty before the first start.
+  /// What the flicker sensor has measured since its last start, as signed numbers of `bits` bits:
+  /// the samples of a client that loses nothing. At most the first 2^20. Empty before the first
+  /// start.
   std::vector<int32_t> FlickerHistory(int bits) const;
 
-  /// The requests that are running, of all Api objects, in no particular order.
+  /// The running requests of all Api objects, in no particular order.
   std::vector<RunningRequest> RunningRequests() const;
 
-  /// A connection to the hub, whatever is behind Api::Create; empty for kinds of client that
-  /// the hub does not serve.
+  /// A connection to the hub, even while a ScriptedFramework is behind Api::Create. Null for a kind
+  /// of client that the hub does not serve.
   std::unique_ptr<Api> Connect(ClientType type);
 
  private:

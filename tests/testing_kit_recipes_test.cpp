@@ -11,7 +11,7 @@
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
-#include <hyl/hyl_spectral_api.h>
+#include <hyl/spectral_instance.h>
 
 namespace hyl::v2 {
 namespace {
@@ -28,28 +28,24 @@ struct SampleKeeper : HylSpectralApiCallbackInterface {
 class Recipes : public testing::Test {
  protected:
   void TearDown() override {
-    HylSpectralApi::Destroy(&api);
+    api.reset();
     host::SimulatedHub::Instance().Reset();
   }
 
-  void Create() {
-    ASSERT_EQ(HylSpectralApi::Create(&api, &client, HylLogLevel::kWarning), HylErr::kOk);
-  }
+  void Create() { api = MakeInstance(&client); }
 
   HylErr Start(const char* name) {
     return api->EnableAmbientLightSensor(name, session, SensorReportingMode::kContinuous);
   }
 
   SampleKeeper client;
-  HylSpectralApi* api = nullptr;
+  SpectralInstance api;
   uint32_t session = 0;
 };
 
 /// A test on a scripted framework, which must outlive the instance.
 class ScriptedRecipes : public Recipes {
  protected:
-  void TearDown() override { HylSpectralApi::Destroy(&api); }
-
   host::ScriptedFramework framework;
 };
 

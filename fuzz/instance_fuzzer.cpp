@@ -1,0 +1,12 @@
+// An instance on any sequence of calls, messages and faults, against the model.
+
+#include <algorithm>
+
+#include "instance_twin.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  constexpr size_t kMaxInput = 4000;  // bytes; a longer sequence shows little more
+  constexpr size_t kPatience = 51;    // one more than there are attempts
+  hyl::v2::test::InstanceTwin({{data, std::min(size, kMaxInput)}}, kPatience).Run();
+  return 0;
+}
