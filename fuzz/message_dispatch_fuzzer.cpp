@@ -12,7 +12,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <hyl/time.h>
+#include <hyl/sampling_messages.h>
 
 #include "any_message.h"
 #include "client.h"
