@@ -50,7 +50,8 @@ int TakeOneSample(HylSpectralApi& api, FirstSample& sample) {
 int main() {
   void* const library = dlopen("hyl_v2_spectral_api.so", RTLD_NOW);
   if (library == nullptr) {
-    std::fprintf(stderr, "cannot load the library: %s\n", dlerror());
+    const char* const reason = dlerror();  // NOLINT(concurrency-mt-unsafe): one thread here
+    std::fprintf(stderr, "cannot load the library: %s\n", reason);
     return 1;
   }
   auto* const create = reinterpret_cast<CreateFunction*>(
@@ -60,7 +61,7 @@ int main() {
   auto* const destroy = reinterpret_cast<DestroyFunction*>(
       dlsym(library, "_ZN3hyl2v214HylSpectralApi7DestroyEPPS1_"));
   if (create == nullptr || destroy == nullptr) {
-    std::fprintf(stderr, "this library is another one: %s\n", dlerror());
+    std::fprintf(stderr, "hyl_v2_spectral_api.so lacks the functions that this client needs\n");
     return 1;
   }
   FirstSample sample;  // outlives the instance

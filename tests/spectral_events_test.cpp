@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <hyl/host/scripted_framework.h>
-#include <hyl/time.h>
+#include <hyl/sampling_messages.h>
 
 #include "library_test.h"
 

@@ -20,7 +20,7 @@
 #include <hyl/reffed_ptr.h>
 #include <hyl/request.h>
 #include <hyl/rls_msg_access.h>
-#include <hyl/time.h>
+#include <hyl/sampling_messages.h>
 #include <hyl/vector.h>
 
 namespace hyl::v2 {

@@ -14,7 +14,7 @@
 #include <hyl/host/simulated_hub.h>
 #include <hyl/hyl_string.h>
 #include <hyl/reffed_ptr.h>
-#include <hyl/time.h>
+#include <hyl/sampling_messages.h>
 #include <hyl/vector.h>
 
 namespace hyl::v2::test {

@@ -103,7 +103,7 @@ struct Decoder {
   }
 
   /// Decodes the differences of one and two bytes that the next 8 bytes, with the given stop bits,
-  /// begin with; tells how many bytes they take.
+  /// begin with; returns how many bytes they take.
   [[gnu::always_inline]] inline unsigned DecodeWindow(uint64_t stops) {
     const U8Lanes window = As<U8Lanes>(U64Lanes{Load<uint64_t>(cursor.next), 0});
     auto groups = As<U16Lanes>(ShuffleBytes(window, Load<U8Lanes>(&kWindows.shuffle[stops])));
@@ -117,7 +117,7 @@ struct Decoder {
     return kWindows.bytes[stops];
   }
 
-  /// Decodes a difference of any length; tells how many bytes it takes, 0 if it is malformed.
+  /// Decodes a difference of any length; returns how many bytes it takes, 0 if it is malformed.
   [[gnu::always_inline]] inline unsigned DecodeOne() {
     const auto groups = Load<uint32_t>(cursor.next);
     const uint32_t stops = groups & static_cast<uint32_t>(kStopBits);

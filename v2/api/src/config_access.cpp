@@ -30,9 +30,9 @@ HylErr ConfigAccess::Tell(RlsAccess access, RlsCommand command, const ConfigArgu
   return err;
 }
 
-/// The first reply ends the wait, whichever request it answers. So that this is seldom another's,
-/// the replies to earlier requests may arrive before the request is sent; and when the first reply
-/// is another's all the same, the wait continues for a moment until its own has come.
+/// The first reply ends the wait, whichever request it answers. So replies to earlier requests get
+/// time to arrive before the request is sent. If another's reply still comes first, the wait
+/// continues for a moment, until its own has come.
 HylErr ConfigAccess::AskForSlots(RlsAccess access, RlsCommand command,
                                  const ConfigArguments& arguments, Outs outs, ConfigSlots& slots) {
   if (std::find(outs.begin(), outs.end(), nullptr) != outs.end()) {
@@ -83,7 +83,7 @@ bool ConfigAccess::AwaitReply_locked(uint64_t handled_before) {
 
 void ConfigAccess::EndWait() {
   {
-    // After this lock, a waiter has either seen the gate closed or is blocked in its wait.
+    // After this lock, a waiter has either seen the gate closed or is blocked in wait().
     const std::lock_guard lock(rear_->reply_mutex);
   }
   rear_->reply_cv.notify_all();

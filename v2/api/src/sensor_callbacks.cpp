@@ -4,7 +4,6 @@
 
 #include <hyl/hyl_spectral_impl.h>
 #include <hyl/internal/sensor_callbacks.h>
-#include <hyl/time.h>
 
 #include "log.h"
 

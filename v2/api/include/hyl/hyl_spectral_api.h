@@ -29,7 +29,7 @@ inline constexpr std::chrono::milliseconds kOwedReplyTimeLimit{100};
 
 /// How an ambient-light sensor reports.
 enum class SensorReportingMode : uint32_t {
-  kContinuous = 1,  ///< once a sampling period
+  kContinuous = 1,  ///< once per sampling period
   kOnChange = 2,    ///< when the light changes
 };
 
@@ -58,7 +58,7 @@ struct FlickerFrequencyMetrics {
   uint8_t metric_byte;
 };
 
-/// Client of the device's optical sensors.
+/// The interface to the device's optical sensors.
 ///
 /// Results. The comments list the codes that the library itself returns. Where the framework
 /// refuses a request, an operation returns the framework's code unchanged.
@@ -116,7 +116,7 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// discovery and for other control operations.
   ///
   /// The samples of one position, rear or front, all go to the session that was enabled or changed
-  /// last there. When that one is disabled another one still gets nothing, and each sample costs an
+  /// last there. After that one is disabled, the others still get nothing, and each sample costs an
   /// ERROR in the log; an enable that fails with kNoSession has the same effect. So open one
   /// session for each position and switch its mode by ChangeAmbientLightSensorReporting. A session
   /// that has fallen silent gets samples again once it has been disabled and enabled.
@@ -153,7 +153,7 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// `out_bits` bits. On kOk, and only then, `session_id` receives the session's id. Blocks for
   /// discovery, for other control operations and for a conversion in progress.
   ///
-  /// The data of all flicker sensors go to the session that was enabled last. So open one only.
+  /// The data of all flicker sensors go to the session that was enabled last. So open only one.
   /// \retval kNotFound no flicker sensor has the name
   /// \retval kAlreadyRunning this instance runs the sensor, or could not open a session for it
   /// \retval kNoSession kMaxSessions are open; the sensor has been stopped again, but counts as

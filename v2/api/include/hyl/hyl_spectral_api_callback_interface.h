@@ -52,9 +52,9 @@ class HylSpectralApiCallbackInterface {
   /// Delivers one spectral sample.
   ///
   /// `kind` is always 0. `session_id` is the one that EnableAmbientLightSensor returned; where two
-  /// sessions run at one position, that of the one which was enabled or changed last. `values`
-  /// holds one value a channel in the framework's order, at most 255, possibly none. `timestamp` is
-  /// in nanoseconds.
+  /// sessions run at one position, it is that of the one enabled or changed last. `values` holds
+  /// one value per channel in the framework's order, at most 255, possibly none. `timestamp` is in
+  /// nanoseconds.
   virtual void OnSpectralData(uint32_t kind, uint32_t session_id, const Vector<float>& values,
                               int64_t timestamp) = 0;
 

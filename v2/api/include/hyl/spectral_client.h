@@ -21,7 +21,7 @@ namespace hyl::v2 {
 /// destroy sessions, and destroy the client. What it refers to must live until the client object
 /// has been destroyed, and until the handler that destroyed it has returned.
 struct SpectralHandlers {
-  /// Takes a sample, one value a channel, and its time.
+  /// Takes a sample, one value per channel, and its time.
   std::function<void(std::span<const float>, std::chrono::nanoseconds)> ambient_light{};
   /// Takes flicker samples, and what else their message brought.
   std::function<void(std::span<const int32_t>, const FlickerSampleBlock&)> flicker{};

@@ -27,7 +27,7 @@ static_assert(alignof(SensorListEntry) == 4);
 /// The framework's service side, as seen by a client.
 class __attribute__((visibility("default"))) Service {
  public:
-  /// Receives the replies to a client's requests, and the messages of the sensors that these
+  /// Receives the replies to a client's requests, and the messages of the sensors that they
   /// started. Called on the framework's threads only, possibly on several at once, and never from
   /// inside InvokeAsyncServiceCall.
   class AsyncCallbacks {

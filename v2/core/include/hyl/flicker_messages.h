@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include <hyl/message.h>
@@ -28,6 +27,8 @@ class __attribute__((visibility("default"))) FlickerFormatResp : public Message 
   uint8_t unused23 = 0;
 };
 
+static_assert(sizeof(FlickerFormatResp) == 24);
+
 /// Delivers one chunk of packed flicker samples.
 class __attribute__((visibility("default"))) FlickerDataResp : public Message {
  public:
@@ -53,31 +54,6 @@ class __attribute__((visibility("default"))) FlickerDataResp : public Message {
   uint8_t unused84[4] = {};
 };
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winvalid-offsetof"
-
-static_assert(sizeof(FlickerFormatResp) == 24);
-static_assert(offsetof(FlickerFormatResp, format_param) == 12);
-static_assert(offsetof(FlickerFormatResp, width) == 16);
-static_assert(offsetof(FlickerFormatResp, little_endian) == 20);
-static_assert(offsetof(FlickerFormatResp, lsb) == 21);
-static_assert(offsetof(FlickerFormatResp, msb) == 22);
-
 static_assert(sizeof(FlickerDataResp) == 88);
-static_assert(offsetof(FlickerDataResp, offset) == 12);
-static_assert(offsetof(FlickerDataResp, data) == 24);
-static_assert(offsetof(FlickerDataResp, size) == 32);
-static_assert(offsetof(FlickerDataResp, aux8_0) == 49);
-static_assert(offsetof(FlickerDataResp, aux32_0) == 52);
-static_assert(offsetof(FlickerDataResp, aux32_1) == 56);
-static_assert(offsetof(FlickerDataResp, auxf_0) == 60);
-static_assert(offsetof(FlickerDataResp, aux16_0) == 64);
-static_assert(offsetof(FlickerDataResp, restart) == 66);
-static_assert(offsetof(FlickerDataResp, aux16_1) == 72);
-static_assert(offsetof(FlickerDataResp, aux16_2) == 74);
-static_assert(offsetof(FlickerDataResp, aux8_1) == 76);
-static_assert(offsetof(FlickerDataResp, auxf_1) == 80);
-
-#pragma GCC diagnostic pop
 
 }  // namespace hyl::v2

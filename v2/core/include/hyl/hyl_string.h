@@ -43,14 +43,10 @@ class __attribute__((visibility("default"))) HylString {
   size_t size() const { return std::strlen(c_str()); }
   bool empty() const { return chars_ == nullptr; }
 
-  /// Valid until the string changes or ends.
+  /// The characters; valid until the string changes or is destroyed.
   operator std::string_view() const { return c_str(); }
-  friend bool operator==(const HylString& a, std::string_view b) {
-    return std::string_view(a) == b;
-  }
-  friend bool operator==(const HylString& a, const HylString& b) {
-    return a == std::string_view(b);
-  }
+  bool operator==(std::string_view text) const { return std::string_view(*this) == text; }
+  bool operator==(const HylString& other) const { return *this == std::string_view(other); }
 
  private:
   void Swap(HylString& other) noexcept {

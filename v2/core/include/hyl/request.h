@@ -58,7 +58,7 @@ class __attribute__((visibility("default"))) StartOnChangeSamplingReq : public R
   uint8_t zero35[5] = {};
 };
 
-/// Starts sampling that reports once a period.
+/// Starts sampling that reports once per period.
 class __attribute__((visibility("default"))) StartContinuousSamplingReq : public Request {
  public:
   ~StartContinuousSamplingReq() override;

@@ -15,6 +15,13 @@ class __attribute__((visibility("default"))) SamplingStatusResp : public Message
   virtual uint8_t Status() const = 0;
 };
 
+/// The framework's clock arithmetic.
+class __attribute__((visibility("default"))) Time {
+ public:
+  /// Converts a time in platform ticks to nanoseconds. Safe on any thread.
+  static uint64_t PlatformTicksToNs(uint64_t ticks);
+};
+
 /// One measurement of a spectral sensor.
 struct SpectralSample {
   uint8_t unused0[8];

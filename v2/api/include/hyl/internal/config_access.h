@@ -149,7 +149,7 @@ class ConfigAccess {
 
   const std::unique_ptr<Api>& api_;
   const std::shared_ptr<RearSpectralCallbacks>& rear_;
-  /// Serialises the operations that wait: held from before one sends until it has its result.
+  /// Serialises waiting settings calls: held from before a call sends until it has its result.
   std::mutex turn_mutex_ HYL_ACQUIRED_BEFORE(rear_->reply_mutex);
   ReplyLedger ledger_ HYL_GUARDED_BY(rear_->reply_mutex);
   ConfigSlots slots_ HYL_GUARDED_BY(rear_->reply_mutex);

@@ -6,9 +6,9 @@
 
 namespace hyl::v2::spectral {
 
-/// Admits deliveries to a callback object until closed; Drain() waits for those in flight. Safe on
-/// any thread. The gate is a member of the callback object, its owner. The framework keeps that
-/// alive while it delivers, and so does a delivery from inside which Drain was called.
+/// Admits deliveries until closed; Drain() waits for those in flight. Safe on any thread. The gate
+/// is a member of the callback object, its owner. The framework keeps the owner alive while it
+/// delivers, and so does a delivery from inside which Drain was called.
 class alignas(64) DeliveryGate {  // on a cache line alone: sensors deliver side by side
  public:
   /// One delivery on the calling thread. Lives on the stack of OnResponse, around everything that
@@ -20,8 +20,7 @@ class alignas(64) DeliveryGate {  // on a cache line alone: sensors deliver side
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
 
-    /// Whether the instance and the client may be touched. Check again after every client callback,
-    /// which may have destroyed the instance.
+    /// Whether the instance and the client may be touched. Check again after every client callback.
     bool open() const { return !gate_.closed(); }
 
    private:

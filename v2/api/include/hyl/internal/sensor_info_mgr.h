@@ -58,7 +58,7 @@ struct VersionedSensorInfo {
 /// All operations are safe on any thread. The list mutex is never held across a framework call.
 class SensorInfoMgr {
  public:
-  /// Asks the framework for its sensor list, until an optical sensor has once been seen. Blocks
+  /// Asks the framework for its sensor list, until an optical sensor has been seen. Blocks
   /// while the framework's list is not complete, for kDiscoveryTimeLimit at most.
   void GetOpticalSensors() const HYL_EXCLUDES(mutex_);
 

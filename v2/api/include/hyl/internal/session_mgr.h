@@ -35,7 +35,7 @@ struct Session {
   uint32_t format_param = kDefaultFormatParam;  ///< flicker: from the latest format message
   SampleConverter converter;                    ///< flicker: unpacks into the client's buffer
 
-  /// Makes the entry free.
+  /// Frees the entry.
   void Reset();
 };
 
