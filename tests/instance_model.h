@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 #include <hyl/hyl_spectral_api.h>
-#include <hyl/time.h>
 
 #include "sample_converter_model.h"
 #include "sensor_list_model.h"

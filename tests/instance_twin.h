@@ -101,7 +101,7 @@ class InstanceTwin final : public ModelFramework {
   ~InstanceTwin() override {
     Destroy();
     DropObjects();
-    EXPECT_EQ(0, framework_.live_apis());
+    EXPECT_EQ(0, framework_.LiveApis());
     android::base::SetLogger(std::move(logger_));
   }
   InstanceTwin(const InstanceTwin&) = delete;
