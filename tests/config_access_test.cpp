@@ -228,6 +228,37 @@ TEST_F(ConfigAccessTest, RequestsWithoutAReplyDoNotHoldReadsUp) {
   });
 }
 
+/// Each read begins while a write is in the framework, which then refuses it.
+TEST_F(ConfigAccessTest, ARefusalEndsTheWaitForItsReply) {
+  constexpr int kReads = 2 * kPatience / kOwedReplyTimeLimit;
+  AnswerInFull();
+  std::atomic<int> begun{0};
+  std::atomic<bool> end{false};
+  framework.RefuseIf([&](const FrameworkCall& call) {
+    if (call.As<RlsMsgAccessReq>()->access == RlsAccess::kRead) {
+      return HylErr::kOk;
+    }
+    for (const int before = begun; begun == before && !end;) {
+      std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // then the read waits
+    return HylErr{3};
+  });
+  std::thread writes([&] {
+    while (!end) {
+      EXPECT_EQ(HylErr{3}, instance->SetRegister(nullptr, 1, 2));
+    }
+  });
+  ReturnsInTime("reads beside refused writes", [&] {
+    uint8_t value = 0;
+    while (begun++ < kReads) {
+      EXPECT_EQ(HylErr::kOk, instance->GetRegister(nullptr, 1, &value));
+    }
+  });
+  end = true;
+  writes.join();
+}
+
 /// Replies that come as soon as a request is sent, before the framework call has returned.
 class StrayReplyTest : public ConfigAccessTest {
  protected:
@@ -259,11 +290,23 @@ TEST_F(StrayReplyTest, AnyReplyEndsTheWait) {
   }
 }
 
+/// Neither a reply from before the request nor a message that is none ends a wait.
 TEST_F(StrayReplyTest, AfterTheTimeLimitEndsTheNextWait) {
+  constexpr std::chrono::milliseconds kLimit{5000};
+  framework.Deliver(kRearContinuous, *FullReply(RlsAccess::kWrite, RlsCommand::kRegister));
+  framework.SetHook([&](const FrameworkCall&) {
+    std::thread([&] {
+      for (const uint32_t type : {2U, 3U, 4U, 99U}) {
+        framework.Deliver(kRearContinuous, StatusReply(type));
+      }
+    }).join();
+  });
+  const auto begin = std::chrono::steady_clock::now();
   uint8_t value = 0;
   ReturnsInTime(
       "a read", [&] { EXPECT_EQ(HylErr::kFailed, instance->GetRegister(nullptr, 1, &value)); },
-      2 * kReplyTimeLimit);
+      kLimit + kLimit / 2);
+  EXPECT_LE(kLimit, std::chrono::steady_clock::now() - begin);
   EXPECT_EQ(77, ReadWith(ReadReply(77))) << "the value of the register that was given up";
 }
 
@@ -306,6 +349,10 @@ TEST_F(StrayReplyTest, SaturationAndGainAreShared) {
   stored_by(RlsAccess::kRead, RlsCommand::kFlickerConfig);
   EXPECT_EQ(HylErr::kOk, instance->SetGain(nullptr, 0, 1, &gain));
   EXPECT_EQ(6.25F, gain) << "the gain of the flicker configuration";
+  uint32_t time = 1;
+  stored_by(RlsAccess::kRead, RlsCommand::kExposureTime);
+  EXPECT_EQ(HylErr::kOk, instance->SetExposureTime(nullptr, 2, &time));
+  EXPECT_EQ(0U, time) << "no exposure time has been written";
   framework.AwaitAnswers();
 }
 

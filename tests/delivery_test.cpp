@@ -240,6 +240,16 @@ TEST_P(DestroyTest, InsideANestedDeliveryEndsBoth) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
+TEST_P(DestroyTest, AfterANestedDeliveryEndsTheOuterOne) {
+  DeliverWith(way, [&] {
+    Deliver(kRearSample);
+    framework.DropCallbacks();
+    DestroyEverything();
+  });
+  EXPECT_EQ(nullptr, api);
+  EXPECT_THAT(log.Take(), IsEmpty());
+}
+
 /// Destroys on one thread, through `destroy`, while the callback of a delivery is held on another.
 /// That one then destroys too, through the same pointer.
 void DestroyTest::ExpectToWait(const DataWay& probe, const std::function<void()>& destroy) {
@@ -251,6 +261,7 @@ void DestroyTest::ExpectToWait(const DataWay& probe, const std::function<void()>
     DeliverWith(way, [&] {
       callback.Arrive();
       HylSpectralApi::Destroy(&api);  // left to the one that waits
+      EXPECT_EQ(running, api);
       EXPECT_STRNE("", running->GetSensorName(ids[way.handle]).c_str()) << "it still works";
       ended = true;
     });
@@ -310,9 +321,10 @@ TEST_F(TeardownTest, DestroyEndsTheWaitOfACallbackForAReply) {
     });
   });
   sent.Pass();
+  EXPECT_FALSE(Gate().OpensWithin(std::chrono::milliseconds(30))) << "the wait begins";
   // The wait for a reply would take longer.
   ReturnsInTime(
-      "Destroy", [&] { HylSpectralApi::Destroy(&api); }, kReplyTimeLimit / 2);
+      "Destroy", [&] { HylSpectralApi::Destroy(&api); }, kReplyTimeLimit - kReplyTimeLimit / 5);
   delivery.join();
 }
 

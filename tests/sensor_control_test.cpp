@@ -1,11 +1,15 @@
-// Enable, change and disable of sensors of both kinds: requests, results, messages, and which
-// session gets the samples then.
+// Enable, change and disable of sensors: which operations wait for which, and which session gets
+// the samples.
 
+#include <chrono>
+#include <future>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "library_test.h"
+#include "operations.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -15,38 +19,34 @@ using ::testing::IsEmpty;
 
 using SensorControlTest = LibraryTest;
 
-TEST_F(SensorControlTest, RequestsAreRightByteByByte) {
-  ListSensors({MakeEntry(kRearContinuous, "Rear"), MakeEntry(kFrontOnChange, "Front"),
-               MakeEntry(kFlicker, "Flicker A"), MakeEntry(kFlicker + 3, "Flicker B")});
-  const uint32_t rear = Enable(nullptr);
-  const uint32_t front = Enable("Front", kOnChange);
-  const uint32_t flicker = EnableFlicker("Flicker B");
-  EXPECT_STREQ("Flicker B", instance->GetSensorName(flicker).c_str());
-  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(rear));
-  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(front));
-  EXPECT_EQ(HylErr::kOk, instance->DisableFlickerSensor(flicker));
-  const struct {
-    uint32_t type;
-    uint32_t handle;
-    std::vector<uint8_t> bytes;
-  } kWanted[] = {
-      {3, 0x04F40000,
-       RequestBytes(56, {{12, 4, 0x0A0003F4}, {40, 8, 100'000'000}, {48, 1, 1}, {49, 1, 1}})},
-      {2, 0x010C0001, RequestBytes(40, {{12, 4, 0x0A01000C}, {33, 1, 1}, {34, 1, 1}})},
-      {3, 0x010D0003, RequestBytes(56, {{12, 4, 0x0A03000D}, {40, 8, 10'000'000'000}})},
-      {4, 0x04F40000, RequestBytes(16, {{12, 4, 0x0A0003F4}})},
-      {4, 0x010C0001, RequestBytes(16, {{12, 4, 0x0A01000C}})},
-      {4, 0x010D0003, RequestBytes(16, {{12, 4, 0x0A03000D}})}};
-  const std::vector<FrameworkCall> calls = framework.TakeInvokes();
-  ASSERT_EQ(std::size(kWanted), calls.size());
-  for (size_t i = 0; i < calls.size(); ++i) {
-    EXPECT_EQ(kWanted[i].type, calls[i].type) << i;
-    EXPECT_EQ(kWanted[i].handle, calls[i].handle) << i;
-    EXPECT_EQ(kWanted[i].bytes, BytesOf(calls[i])) << i;
-    EXPECT_EQ(calls[i % 3].callbacks, calls[i].callbacks) << i;
-    EXPECT_NE(calls[(i + 1) % 3].callbacks, calls[i].callbacks) << i;
+/// A start request is held in the framework.
+TEST_F(SensorControlTest, ControlOperationsTakeTurnsAndOthersDoNotWait) {
+  framework.AnswerWith(ScriptedFramework::Echo);
+  HoldPoint request;
+  framework.SetHook([&](const FrameworkCall& call) {
+    if (call.As<StartContinuousSamplingReq>() != nullptr) {
+      request.Arrive();
+    }
+  });
+  std::thread enabling([&] { Enable("Rear"); });
+  EXPECT_TRUE(request.AwaitArrival());
+  std::vector<std::future<HylErr>> waiting;
+  for (const Operation& operation : kOperations) {
+    const auto call = [&] { return operation.Call(*instance.get(), 0); };
+    if (operation.IsControl()) {
+      waiting.push_back(std::async(std::launch::async, call));
+    } else {
+      ReturnsInTime(operation.name, call);
+    }
   }
-  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+  for (auto& result : waiting) {
+    EXPECT_EQ(std::future_status::timeout, result.wait_for(std::chrono::milliseconds(10)));
+  }
+  request.Release();
+  enabling.join();
+  waiting.clear();
+  framework.AwaitAnswers();
+  framework.SetHook({});
 }
 
 // --- more sensors than sessions ---
@@ -57,7 +57,7 @@ class FullTableTest : public LibraryTest {
   void Fill(uint32_t first_handle) {
     std::vector<SensorListEntry> list;
     for (uint32_t i = 0; i <= kMaxSessions; ++i) {
-      list.push_back(MakeEntry(first_handle + i, Text("S%u", i)));
+      list.push_back(MakeEntry(first_handle + i, Text("S%u sensor", i)));
     }
     ListSensors(list);
     for (uint32_t i = 0; i < kMaxSessions; ++i) {
@@ -90,6 +90,14 @@ TEST_F(FullTableTest, TheFailedStartSilencesTheOthers) {
   EXPECT_THAT(
       log.Take(),
       ElementsAre(Error("Can't find session for cookie:10a0803f4 to handle spectral msg!")));
+}
+
+TEST_F(FullTableTest, TheResultIsTheRefusalOfTheStop) {
+  Fill(kFlicker);
+  framework.RefuseInvoke(2, HylErr{77});
+  EXPECT_EQ(HylErr{77}, EnableLastFlicker());
+  EXPECT_THAT(log.Take(), ::testing::Contains(Error(
+                              "Cannot enable flicker sensor 'S8 sensor', no session available!")));
 }
 
 // --- which session gets the samples ---

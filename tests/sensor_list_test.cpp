@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
+#include <future>
 #include <string>
 #include <thread>
 #include <utility>
@@ -136,13 +138,35 @@ TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
   framework.SetSensorList([](int query) {
     return query < 2 ? std::vector{MakeEntry(kFlicker, "too early")} : DefaultSensors();
   });
+  const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ("Rear ALS-t:12 p:0 r:0", Find(manager, 12, nullptr, 0));
+  constexpr std::chrono::milliseconds kPauses{2 * 100};
+  EXPECT_LE(kPauses, std::chrono::steady_clock::now() - begin);
   EXPECT_EQ(0, framework.LiveApis());
   EXPECT_THAT(Steps(framework.Take()),
               ElementsAre(std::pair(Kind::kCreate, 1), std::pair(Kind::kGetSensorList, 1),
                           std::pair(Kind::kCreate, 0), std::pair(Kind::kDestroy, 1),
                           std::pair(Kind::kCreate, 2), std::pair(Kind::kGetSensorList, 2),
                           std::pair(Kind::kDestroy, 2)));
+}
+
+/// The list is held while it is dumped. The lookup finds that it has not grown since.
+TEST_F(SensorListTest, LookupsWaitForAListThatIsBeingSet) {
+  framework.SetSensorList({MakeEntry(1U << 16, "accelerometer"), MakeEntry(kListMarker, "marker")});
+  HoldPoint dump;
+  auto logger = android::base::SetLogger([&](auto, auto, auto, auto, auto, const char* message) {
+    if (std::strstr(message, "Sensor-List[") != nullptr) {
+      dump.Arrive();
+    }
+  });
+  const auto find = [&] { return Find(manager, 0, "none", 0); };
+  auto discovery = std::async(std::launch::async, find);
+  EXPECT_TRUE(dump.AwaitArrival());
+  auto lookup = std::async(std::launch::async, find);
+  EXPECT_EQ(std::future_status::timeout, lookup.wait_for(std::chrono::milliseconds(30)));
+  dump.Release();
+  EXPECT_EQ("", discovery.get() + lookup.get());
+  android::base::SetLogger(std::move(logger));
 }
 
 TEST_F(SensorListTest, SensorsAndNamesWithoutMemoryAreLeftOut) {

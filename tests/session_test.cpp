@@ -6,6 +6,7 @@
 #include <hyl/internal/session_mgr.h>
 
 #include "library_test.h"
+#include "test_access.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -13,14 +14,6 @@ namespace {
 using spectral::Session;
 using spectral::SessionMgr;
 using ::testing::ElementsAre;
-
-// The id counter is private, but an explicit instantiation may name it.
-std::atomic<uint32_t>& NextSessionId();
-template <std::atomic<uint32_t>* kCounter>
-struct CounterAccess {
-  friend std::atomic<uint32_t>& NextSessionId() { return *kCounter; }
-};
-template struct CounterAccess<&SessionMgr::session_cnt_>;
 
 Session* Add(SessionMgr& table, uint64_t cookie) {
   return table.AddSession(kFlickerType, "name", cookie, ReportingMode::kContinuous);
@@ -46,7 +39,7 @@ TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
   constexpr uint32_t kRounds = 300'000;
   constexpr uint64_t kOffset = 0x1'00000000;
   SessionMgr table;
-  const uint32_t first = NextSessionId();
+  const uint32_t first = TestAccess::NextId();
   std::atomic<uint32_t> current{first};
   std::thread writer([&] {  // alone adds sessions, so that their ids are known before
     for (uint32_t id = first; id < first + kRounds; ++id) {
@@ -68,8 +61,6 @@ TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
   writer.join();
   EXPECT_EQ(0, mismatches);
 }
-
-using SessionTest = LibraryTest;
 
 }  // namespace
 }  // namespace hyl::v2::test

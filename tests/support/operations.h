@@ -53,6 +53,10 @@ struct Operation {
     EXPECT_TRUE(err == HylErr::kOk || out == Outs()) << name;
     return err;
   }
+  bool IsControl() const {
+    using enum OperationKind;
+    return kind == kEnableLight || kind == kEnableFlicker || kind == kChange || kind == kDisable;
+  }
   bool IsSetting() const { return kind == OperationKind::kSet || kind == OperationKind::kAsk; }
 };
 
