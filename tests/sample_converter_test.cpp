@@ -106,7 +106,6 @@ constexpr std::string_view kHighSum =                    // 16 x 134217727
     "7F BF";
 constexpr std::string_view kPairs = "34 12 FE FF 00 80 01 00";
 constexpr std::string_view kTriples = "FF FF 07 00 00 08 13 00 00";
-constexpr std::string_view kExtremes4 = "01 00 00 80 FF FF FF 7F";
 
 constexpr Row kRows[] = {
     {"compressed-1", 12, kFour, "5 2 102 -898"},
@@ -146,11 +145,12 @@ constexpr Row kRows[] = {
     {"uncompressed-2 big msb 3 lsb 5", 8, "FF FF E0 1F 0F E0", "-1 0 127"},
     {"uncompressed-4 little lsb 16", 4, "FF FF FF 7F 00 00 00 F8", "7 -1"},
     {"uncompressed-3 little msb 4 lsb 2", 24, kTriples, "8388544 -8388608", 2},
-    {"uncompressed-4 little", 33, kExtremes4, "2 -2"},
+    {"uncompressed-4 little", 33, "01 00 00 80 FF FF FF 7F", "2 -2"},
     // The most unused bits, and layouts with too many or of no sample.
     {"uncompressed-2 little msb 15", 1, "01 00 00 80", "-1 0"},
     {"uncompressed-2 little msb 8 lsb 8", 1, "01 00 00 80", "unreadable"},
     {"uncompressed-3 little msb 8 lsb 8", 8, "FF 12 FF", "18"},
+    {"uncompressed-3 little msb 16", 8, "12 FF FF", "18"},
     {"uncompressed-3 little msb 9 lsb 8 next", 8, "12 FF FF", "18"},
     {"uncompressed-4 little msb 8 lsb 8", 16, "FF 34 12 FF", "4660"},
     {"uncompressed-4 little msb 17 next", 16, "FF 34 12 FF", "4660"},

@@ -24,7 +24,7 @@ TEST_F(SensorControlTest, ControlOperationsTakeTurnsAndOthersDoNotWait) {
   framework.AnswerWith(ScriptedFramework::Echo);
   HoldPoint request;
   framework.SetHook([&](const FrameworkCall& call) {
-    if (call.As<StartContinuousSamplingReq>() != nullptr) {
+    if (call.handle == kRearContinuous && call.As<StartContinuousSamplingReq>() != nullptr) {
       request.Arrive();
     }
   });

@@ -33,15 +33,6 @@ class LibraryTest : public ::testing::Test {
     sensors.push_back(MakeEntry(kListMarker, "marker"));
     framework.SetSensorList(std::move(sensors));
   }
-  /// "type handle client-id", in hexadecimal, of the requests since the last time.
-  std::vector<std::string> TakeRequests() {
-    std::vector<std::string> requests;
-    for (const FrameworkCall& call : framework.TakeInvokes()) {
-      EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
-      requests.push_back(Text("%x %x %x", call.type, call.handle, call.ClientId()));
-    }
-    return requests;
-  }
 
   LogCapture log;
   ScriptedFramework framework;
