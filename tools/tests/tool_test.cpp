@@ -233,7 +233,7 @@ TEST_F(ToolTest, FailsAsTheFrameworkDoes) {
     }
   }
   framework_->FailCreate(host::ScriptedFramework::kEvery);
-  EXPECT_THAT(RunCaptured("stream"), EndsWithLine(5, "check that its service runs"));
+  EXPECT_THAT(RunCaptured("stream"), EndsWithLine(5, "check that the framework runs"));
 }
 
 TEST_F(ToolTest, FailsWhenTheSensorFallsSilent) {

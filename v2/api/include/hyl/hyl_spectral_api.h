@@ -97,8 +97,8 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// are not stopped: disable them first.
   static void Destroy(HylSpectralApi** p);
 
-  /// Names of the ambient-light sensors, in the framework's order; the caller owns the result.
-  /// Blocks for discovery.
+  /// Names of the ambient-light sensors that can report continuously, in the framework's order; the
+  /// caller owns the result. Blocks for discovery.
   virtual Vector<HylString> GetAmbientLightSensorNames() = 0;
 
   /// Names of the flicker sensors, in the framework's order; the caller owns the result. Blocks for
@@ -111,9 +111,9 @@ class __attribute__((visibility("default"))) HylSpectralApi {
 
   /// Starts an ambient-light sensor and opens a session; its samples go to OnSpectralData.
   ///
-  /// On kOk, and only then, `session_id` receives the session's id, which is never 0 and never used
-  /// twice in a process. Samples that arrive before the call returns may be dropped. Blocks for
-  /// discovery and for other control operations.
+  /// On kOk, and only then, `session_id` receives the session's id, which is never 0 and used again
+  /// only after 2^32 others. Samples that arrive before the call returns may be dropped. Blocks for
+  /// discovery, for other control operations and for a flicker conversion in progress.
   ///
   /// The samples of one position, rear or front, all go to the session that was enabled or changed
   /// last there. After that one is disabled, the others still get nothing, and each sample costs an
@@ -133,7 +133,8 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// Moves an ambient-light session to another reporting mode; the session keeps its id.
   ///
   /// After a failure the sensor may have been stopped; disable the session then. A callback that
-  /// has begun may still be running on return. Blocks for other control operations.
+  /// has begun may still be running on return. Blocks for other control operations and for a
+  /// flicker conversion in progress.
   /// \retval kInvalidArgument `mode` is unknown
   /// \retval kNotFound there is no such session, no sensor of the new mode with the same priority,
   ///         or the session's sensor was stopped by an earlier change that failed
@@ -166,7 +167,7 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// Closes an ambient-light session and stops its sensor. The session is gone whatever the result.
   ///
   /// Does not wait for a callback that has begun, so the client may hold its own locks. Blocks for
-  /// other control operations.
+  /// other control operations and for a flicker conversion in progress.
   /// \retval kNotFound there was no such session, or its sensor is not listed as running
   /// \retval kFailed the sensor list changed during the call
   /// \return otherwise kOk, or the framework's code when it refuses to stop the sensor
@@ -189,13 +190,14 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   ///
   /// Those with an out pointer wait for the reply, and fill the out values on kOk only. Waiting
   /// operations of an instance take turns: when the framework does not reply at all, the n-th in
-  /// the queue waits n times kReplyTimeLimit. Where the framework delivers replies on the thread
-  /// that a callback runs on, a call from inside that callback can only end by its time limit or by
-  /// Destroy, and until then so can the waiting calls of other threads.
+  /// the queue waits n times kReplyTimeLimit, and kOwedReplyTimeLimit for each call before it.
+  /// Where the framework delivers replies on the thread that a callback runs on, a call from inside
+  /// that callback can only end by its time limit or by Destroy, and until then so can the waiting
+  /// calls of other threads.
   ///
-  /// Replies carry no number, so the first reply ends a wait, whichever request it answers. Where
-  /// the framework answers each request exactly once, the library then gives its own reply
-  /// kOwedReplyTimeLimit more; only a slower one leaves the value stale. A reply that comes twice,
+  /// Replies carry no number. After the first reply, whichever request it answers, a call waits
+  /// kOwedReplyTimeLimit at most. Where the framework answers each request exactly once, its own
+  /// reply ends that wait too; only a slower one leaves the value stale. A reply that comes twice,
   /// or that nobody asked for, can end the wait at once with the value that an earlier reply has
   /// stored; so can the late reply to an earlier call for the same setting that ended without one.
   /// @{
@@ -281,7 +283,7 @@ class __attribute__((visibility("default"))) HylSpectralApi {
   /// \return otherwise kOk when the framework has accepted the request, or its code when it refuses
   virtual HylErr SetFlickerChannel(const char* name, uint8_t a, uint8_t b) = 0;
 
-  /// Sets the level that is subtracted from flicker samples. Does not wait.
+  /// Sets the pedestal of flicker samples. Does not wait.
   /// \retval kFailed there is no connection to the framework
   /// \return otherwise kOk when the framework has accepted the request, or its code when it refuses
   virtual HylErr SetFlickerPedestal(const char* name, uint8_t pedestal) = 0;

@@ -6,8 +6,9 @@
 
 namespace hyl::v2 {
 
-/// Ends an instance as HylSpectralApi::Destroy does.
+/// What SpectralInstance does at its end.
 struct DestroyInstance {
+  /// Destroys the instance, as HylSpectralApi::Destroy does.
   void operator()(HylSpectralApi* api) const { HylSpectralApi::Destroy(&api); }
 };
 

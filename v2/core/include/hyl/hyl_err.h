@@ -32,7 +32,7 @@ struct HylErrText {
 inline constexpr HylErrText kHylErrTexts[] = {
     {HylErr::kOk, "kOk", "done; nothing to do"},
     {HylErr::kFailed, "kFailed",
-     "the framework is unavailable or did not reply; check that its service runs, then try again"},
+     "no connection or reply, or a changed list; check that the framework runs, then try again"},
     {HylErr::kNotFound, "kNotFound",
      "no sensor or session matches; compare with the names of the listed sensors"},
     {HylErr::kInvalidArgument, "kInvalidArgument",
