@@ -1,7 +1,9 @@
 // What the library allocates for a request and for a sample. This program replaces operator new,
 // through which the library and the framework's containers take all memory.
 
+#include <malloc.h>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <new>
 #include <thread>
@@ -17,12 +19,15 @@
 namespace {
 
 thread_local int t_allocations = 0;
+std::atomic<size_t> bytes_in_use{0};
 
 }  // namespace
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   ++t_allocations;
-  return std::malloc(size);
+  void* const place = std::malloc(size);
+  bytes_in_use += malloc_usable_size(place);
+  return place;
 }
 void* operator new(size_t size) {
   if (void* const place = operator new(size, std::nothrow); place != nullptr) {
@@ -31,13 +36,14 @@ void* operator new(size_t size) {
   std::abort();
 }
 void operator delete(void* place) noexcept {
+  bytes_in_use -= malloc_usable_size(place);
   std::free(place);
 }
 void operator delete(void* place, size_t) noexcept {
-  std::free(place);
+  operator delete(place);
 }
 void operator delete(void* place, const std::nothrow_t&) noexcept {
-  std::free(place);
+  operator delete(place);
 }
 
 namespace hyl::v2::test {
@@ -63,13 +69,7 @@ class AllocationTest : public ::testing::Test {
                              MakeEntry(kRearOnChange, ""), MakeEntry(kFlicker, "")});
     framework.SetRecording(false);
     framework.SetHook([this](const FrameworkCall& call) { Reply(call); });
-    std::array<uint32_t, 3> ids{};
-    api->EnableAmbientLightSensor(nullptr, ids[0], kOnChange);
-    api->EnableAmbientLightSensor(nullptr, ids[1], kContinuous);
-    api->EnableFlickerSensor(nullptr, nullptr, 0, 16, ids[2]);
-    for (const uint32_t session : ids) {
-      api->DisableAmbientLightSensor(session);
-    }
+    RunSensors(*api, 0);
   }
 
   template <typename Work>
@@ -81,6 +81,22 @@ class AllocationTest : public ::testing::Test {
   int Deliver(uint32_t handle, const Message& message) {
     const auto callbacks = framework.CallbacksOf(handle);
     return Allocations([&] { callbacks->OnResponse(&message); });
+  }
+  /// All sensors together, each of which delivers that many times.
+  void RunSensors(HylSpectralApi& of, int deliveries) {
+    std::array<uint32_t, 3> ids{};
+    EXPECT_EQ(HylErr::kOk, of.EnableAmbientLightSensor(nullptr, ids[0], kOnChange));
+    EXPECT_EQ(HylErr::kOk, of.EnableAmbientLightSensor(nullptr, ids[1], kContinuous));
+    EXPECT_EQ(HylErr::kOk,
+              of.EnableFlickerSensor(nullptr, buffer.data(), buffer.size(), 16, ids[2]));
+    for (int i = 0; i < deliveries; ++i) {
+      for (const DataWay& way : {kRearSample, kFlickerData}) {
+        way.deliver(*framework.CallbacksOf(way.handle));
+      }
+    }
+    EXPECT_EQ(HylErr::kOk, of.DisableAmbientLightSensor(ids[0]));
+    EXPECT_EQ(HylErr::kOk, of.DisableAmbientLightSensor(ids[1]));
+    EXPECT_EQ(HylErr::kOk, of.DisableFlickerSensor(ids[2]));
   }
 
   CountingClient client;
@@ -105,6 +121,24 @@ class AllocationTest : public ::testing::Test {
 TEST_F(AllocationTest, CountsWhatTheLibraryTakes) {
   EXPECT_EQ(1, Allocations([] { ::operator delete(::operator new(1)); }));
   EXPECT_LE(1, Allocations([&] { api->GetAmbientLightSensorNames(); })) << "in a shared library";
+}
+
+TEST_F(AllocationTest, AUseOfTheLibraryLeavesTheHeapAsItWas) {
+  const auto use = [this](int deliveries) {
+    const Instance another(&client);
+    RunSensors(*another, deliveries);
+    for (const Operation& operation : kOperations) {
+      if (operation.IsSetting() || operation.kind == kNames) {
+        EXPECT_EQ(HylErr::kOk, operation.Call(*another.get(), 0)) << operation.name;
+      }
+    }
+  };
+  use(1);
+  const size_t before = bytes_in_use;
+  for (const int deliveries : {1, 100, 10000}) {
+    use(deliveries);
+    EXPECT_EQ(before, bytes_in_use) << "after " << deliveries << " deliveries";
+  }
 }
 
 TEST_F(AllocationTest, RequestsCostNone) {

@@ -56,13 +56,6 @@ TEST_F(ScriptedRecipes, AFrameworkThatCannotBeReached) {
   EXPECT_EQ(api->GetDeviceUid(nullptr, &uid), HylErr::kFailed);
 }
 
-TEST_F(ScriptedRecipes, AFrameworkThatRefuses) {
-  Create();
-  framework.RefuseInvoke(1, HylErr{42});  // the next request
-  EXPECT_EQ(Start("Rear ALS"), HylErr{42});
-  EXPECT_EQ(Start("Rear ALS"), HylErr::kOk);
-}
-
 TEST_F(ScriptedRecipes, AMessageOfYourOwn) {
   Create();
   ASSERT_EQ(Start("Rear ALS"), HylErr::kOk);

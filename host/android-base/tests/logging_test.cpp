@@ -2,51 +2,27 @@
 #include <android-base/stringprintf.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <latch>
-#include <new>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
-
-namespace {
-
-constexpr int kUnlimited = -1;
-thread_local int t_allocations_left = kUnlimited;  // with 0, memory has run out for this thread
-
-}  // namespace
-
-// Not inlined, so that g++ does not take a delete here for one that does not match its new.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (t_allocations_left == 0) {
-    throw std::bad_alloc();
-  }
-  if (t_allocations_left > 0) {
-    --t_allocations_left;
-  }
-  void* const place = std::malloc(size);
-  if (place == nullptr) {
-    throw std::bad_alloc();
-  }
-  return place;
-}
-[[gnu::noinline]] void operator delete(void* place) noexcept {
-  std::free(place);
-}
-[[gnu::noinline]] void operator delete(void* place, std::size_t) noexcept {
-  std::free(place);
-}
 
 namespace android::base {
 namespace {
 
-void Log(LogSeverity severity, const char* text) {
-  LogMessage("f", 1, severity, "TAG", -1).stream() << text;
+void Log(LogSeverity severity, const std::string& text, int error = -1) {
+  LogMessage("dir/file.cpp", 12, severity, "TAG", error).stream() << text;
 }
+
+// --- a logger of the program's own ---
 
 struct Entry {
   LogSeverity severity;
@@ -79,18 +55,14 @@ class LoggingTest : public testing::Test {
 };
 
 TEST_F(LoggingTest, HandsEveryFieldAndTheWholeTextToTheLogger) {
-  { LogMessage("dir/file.cpp", 12, WARNING, "TAG", -1).stream() << "one\ntwo " << 3 << "\n\n"; }
-  { LogMessage("file.cpp", 13, ERROR, "TAG", ENOENT).stream() << "open"; }
+  Log(WARNING, "one\ntwo\n\n");
+  Log(ERROR, "open", ENOENT);
+  LogMessage("file.cpp", 1, INFO, nullptr, -1).stream() << "text " << 3;  // the program's name
   const std::vector<Entry> expected = {
-      {WARNING, "TAG", "dir/file.cpp", 12, "one\ntwo 3\n\n"},
-      {ERROR, "TAG", "file.cpp", 13, "open: No such file or directory"}};
+      {WARNING, "TAG", "dir/file.cpp", 12, "one\ntwo\n\n"},
+      {ERROR, "TAG", "dir/file.cpp", 12, "open: No such file or directory"},
+      {INFO, "base_tests", "file.cpp", 1, "text 3"}};
   EXPECT_EQ(entries_, expected);
-}
-
-TEST_F(LoggingTest, NullTagStandsForTheProgram) {
-  { LogMessage("file.cpp", 1, INFO, nullptr, -1).stream() << "text"; }
-  ASSERT_EQ(entries_.size(), 1U);
-  EXPECT_EQ(entries_[0].tag, "base_tests");
 }
 
 TEST_F(LoggingTest, MinimumSeverityDecidesWhatIsLogged) {
@@ -101,9 +73,7 @@ TEST_F(LoggingTest, MinimumSeverityDecidesWhatIsLogged) {
       entries_.clear();
       Log(static_cast<LogSeverity>(severity), "text");
       EXPECT_EQ(entries_.size(), severity >= minimum ? 1U : 0U) << severity << " of " << minimum;
-      EXPECT_EQ(ShouldLog(static_cast<LogSeverity>(severity), "TAG"), severity >= minimum);
     }
-    EXPECT_TRUE(ShouldLog(FATAL, "TAG"));
   }
 }
 
@@ -123,62 +93,108 @@ TEST_F(LoggingTest, LoggerMayLogAndReplaceItself) {
   EXPECT_EQ(seen, (std::vector<std::string>{"first", "from within"}));
 }
 
-/// Logs an entry that needs memory more than once, with that many allocations until it runs out.
-void LogWithAllocations(int allocations, const std::string& text) {
-  t_allocations_left = allocations;
-  { LogMessage("f", 1, ERROR, "TAG", ENOENT).stream() << text << text << text; }
-  t_allocations_left = kUnlimited;
-}
-
-TEST(LoggingWithoutMemory, LosesTheEntryBeforeAnyOther) {
-  LogWithAllocations(0, "lost");
-}
-
-TEST_F(LoggingTest, AnEntryWithoutMemoryIsLostAlone) {
-  const std::string text(700, 'x');
-  const std::string whole = text + text + text + ": No such file or directory";
-  int lost = 0;
-  for (; entries_.empty(); ++lost) {
-    ASSERT_LT(lost, 100);
-    LogWithAllocations(lost, text);
-  }
-  EXPECT_EQ(entries_, (std::vector<Entry>{{ERROR, "TAG", "f", 1, whole}}));
-  EXPECT_GT(lost, 3);
-  Log(INFO, "next");
-  EXPECT_EQ(entries_.back().message, "next");
-}
-
 TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {
-  constexpr int kThreads = 4;
   constexpr int kEntries = 500;
   std::atomic<int> count = 0;
-  const auto counting_logger = [&count](auto&&...) { ++count; };
-  SetLogger(counting_logger);
-  std::latch start(kThreads);
-  std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&] {
-      start.arrive_and_wait();
-      for (int entry = 0; entry < kEntries; ++entry) {
-        if (entry % 7 == 0) {
-          SetLogger(counting_logger);
-        }
-        Log(ERROR, "entry");
-      }
-    });
+  const auto log_and_replace = [&count] {
+    for (int entry = 0; entry < kEntries; ++entry) {
+      SetLogger([&count](auto&&...) { ++count; });
+      Log(ERROR, "entry");
+    }
+  };
+  std::thread other(log_and_replace);
+  log_and_replace();
+  other.join();
+  EXPECT_EQ(count, 2 * kEntries);
+}
+
+// --- the default logger ---
+
+/// Puts a packet socket in the place of standard error, so that each write is one packet.
+class DefaultLoggerTest : public testing::Test {
+ protected:
+  DefaultLoggerTest() : usual_stderr_(dup(STDERR_FILENO)) {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, sockets_.data()), 0);
+    EXPECT_EQ(dup2(sockets_[1], STDERR_FILENO), STDERR_FILENO);
   }
-  for (std::thread& thread : threads) {
-    thread.join();
+  ~DefaultLoggerTest() override {
+    dup2(usual_stderr_, STDERR_FILENO);
+    for (const int descriptor : {usual_stderr_, sockets_[0], sockets_[1]}) {
+      close(descriptor);
+    }
   }
-  EXPECT_EQ(count, kThreads * kEntries);
+
+  /// The next packet, or nothing if there is none.
+  std::string Next() {
+    std::string packet(16'384, '\0');
+    const ssize_t size = recv(sockets_[0], packet.data(), packet.size(), MSG_DONTWAIT);
+    packet.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+    return packet;
+  }
+
+ private:
+  int usual_stderr_;
+  std::array<int, 2> sockets_{};
+};
+
+TEST_F(DefaultLoggerTest, WritesEachEntryAtOnceAsOneLine) {
+  const std::string long_text(5'000, 'x');
+  const std::tuple<LogSeverity, std::string, std::string, std::string> cases[] = {
+      {ERROR, "text\n\n", "TAG E ", "text"},
+      {INFO, "one\ntwo\n", "TAG I ", "one\\ntwo"},
+      {WARNING, long_text, "TAG W ", long_text},
+      {FATAL_WITHOUT_ABORT, "\n", "TAG F ", ""}};
+  for (const auto& [severity, text, start, line] : cases) {
+    Log(severity, text);
+    const std::string written = Next();
+    EXPECT_TRUE(written.starts_with(start)) << written;
+    EXPECT_TRUE(written.ends_with(" file.cpp:12] " + line + "\n")) << written;
+    EXPECT_EQ(Next(), "");
+  }
+  close(STDERR_FILENO);
+  Log(ERROR, "nobody reads this");
+  EXPECT_EQ(Next(), "");
+}
+
+struct LogsWhenDestroyed {
+  LogsWhenDestroyed() = default;
+  LogsWhenDestroyed(const LogsWhenDestroyed&) = delete;
+  LogsWhenDestroyed& operator=(const LogsWhenDestroyed&) = delete;
+  ~LogsWhenDestroyed() { Log(WARNING, "at exit"); }
+};
+
+void ExitWithLoggingDestructor() {
+  static const LogsWhenDestroyed before_first_use;
+  Log(INFO, "first use");
+  std::exit(0);  // NOLINT(concurrency-mt-unsafe): the only thread of the test's child process.
+}
+
+TEST(DefaultLoggerDeathTest, LogsToTheEnd) {
+  EXPECT_EXIT(ExitWithLoggingDestructor(), testing::ExitedWithCode(0), "first use(.|\n)*at exit");
+  const auto die_when_nothing_is_logged = [] {
+    SetMinimumLogSeverity(static_cast<LogSeverity>(FATAL + 1));
+    Log(FATAL, "last words");
+  };
+  EXPECT_DEATH(die_when_nothing_is_logged(), " F .*last words");
+}
+
+TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
+  const std::tuple<const char*, LogSeverity, const char*> cases[] = {
+      {"verbose", VERBOSE, "^$"},
+      {"warning", WARNING, "^$"},
+      {"fatal", FATAL_WITHOUT_ABORT, "^$"},
+      {"", INFO, "^$"},
+      {"Error", INFO, "HYL_LOG: 'Error' is no severity; it must be verbose,"}};
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
+  for (const auto& [value, severity, printed] : cases) {
+    setenv("HYL_LOG", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    EXPECT_EXIT(std::exit(GetMinimumLogSeverity()), testing::ExitedWithCode(severity), printed);
+  }
 }
 
 TEST(StringPrintfTest, FormatsTextOfAnyLength) {
-  EXPECT_EQ(StringPrintf("%s", ""), "");
-  EXPECT_EQ(StringPrintf("%s%d:%u", "rear", -12, 34U), "rear-12:34");
   const std::string long_text(100'000, 'x');
-  EXPECT_EQ(StringPrintf("<%s>", long_text.c_str()), "<" + long_text + ">");
+  EXPECT_EQ(StringPrintf("<%s>%d", long_text.c_str(), -12), "<" + long_text + ">-12");
 }
 
 }  // namespace

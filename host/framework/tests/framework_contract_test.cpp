@@ -1,8 +1,7 @@
-// What the library requires of the framework's small types, and the scenes of the simulated hub.
+// What the library requires of the framework's small types.
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -11,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
-#include <hyl/host/simulated_hub.h>
 #include <hyl/hyl_string.h>
 #include <hyl/reffed_ptr.h>
 #include <hyl/sampling_messages.h>
@@ -152,51 +150,6 @@ TEST(Time, TicksAreThoseOfA19200KilohertzCounter) {
   EXPECT_EQ(1'000'000'000U, Time::PlatformTicksToNs(19'200'000));
   const uint64_t years = 100ULL * 365 * 86400;
   EXPECT_EQ(years * 1'000'000'000, Time::PlatformTicksToNs(years * 19'200'000)) << "no overflow";
-}
-
-// --- the scene ---
-
-TEST(Scene, IsAKindAndNumbers) {
-  const struct {
-    const char* text;
-    host::LightScene scene;
-  } kCases[] = {{"daylight", {}},
-                {"dark", {.kind = host::LightKind::kDark}},
-                {"warm-led,lux=300,duty=2",
-                 {.kind = host::LightKind::kWarmLed, .illuminance_lux = 300, .pwm_duty = 1}},
-                {"fluorescent,mains=60,lux=-1,lux=1e3",
-                 {.kind = host::LightKind::kFluorescent, .illuminance_lux = 1000, .mains_hz = 60}},
-                {"daylight,drift-period=1e-9,drift-depth=nan,pwm=inf",
-                 {.drift_period_s = 1e-3, .drift_depth = 0, .pwm_hz = 12000}}};
-  for (const auto& [text, scene] : kCases) {
-    const auto parsed = host::ParseScene(text);
-    EXPECT_TRUE(parsed == scene) << text;
-  }
-  for (const char* const text : {"", "Dark", "lux=300", "dark,", "dark,lux", "dark,lux=",
-                                 "dark,lux=3x", "dark,=3", "dark,seed=3", "dark lux=3"}) {
-    EXPECT_FALSE(host::ParseScene(text)) << text;
-  }
-}
-
-TEST(SceneDeathTest, HylHubSceneNamesTheInitialOne) {
-  const struct {
-    const char* value;
-    host::LightKind kind;
-    const char* printed;
-  } kCases[] = {{"dark", host::LightKind::kDark, "^$"},
-                {"", host::LightKind::kDaylight, "^$"},
-                {"fog", host::LightKind::kDaylight, "E .*HYL_HUB_SCENE: 'fog' is no scene"}};
-  GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
-  for (const auto& [value, kind, printed] : kCases) {
-    setenv("HYL_HUB_SCENE", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
-    const auto exit_with_kind = [] {
-      host::SimulatedHub& hub = host::SimulatedHub::Instance();
-      hub.SetScene({.kind = host::LightKind::kFluorescent});
-      hub.Reset();
-      std::exit(static_cast<int>(hub.Scene().kind));
-    };
-    EXPECT_EXIT(exit_with_kind(), testing::ExitedWithCode(static_cast<int>(kind)), printed);
-  }
 }
 
 }  // namespace
