@@ -105,6 +105,7 @@ class ConfigAccessTest : public LibraryTest {
   }
 };
 
+/// Or, when the request is refused, the code alone.
 TEST_F(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
   auto setting = std::begin(kSettings);
   for (const Operation& operation : kOperations) {
@@ -130,6 +131,9 @@ TEST_F(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
         out.flag = !on;
         expected.flag = on;
       }
+      framework.RefuseInvoke(1, HylErr{77});
+      EXPECT_EQ(HylErr{77}, operation.Call(*instance.get(), 0));
+      framework.Take();
       EXPECT_EQ(HylErr::kOk, operation.call_with(*instance.get(), 0, out));
       EXPECT_TRUE(expected == out);
       framework.AwaitAnswers();

@@ -158,7 +158,8 @@ class InstanceTwin final : public ModelFramework {
   void ListSensors() {
     constexpr uint32_t kTypes[] = {268, 1268, 269, 270};
     constexpr uint32_t kIndexes[] = {0, 0, 1, 1, 2, 3, 255, 256};
-    constexpr const char* kNames[] = {"", "Light", "Light sensor", "50%s", "Flicker"};
+    constexpr const char* kNames[] = {
+        "", "Light", "Light sensor", "50%s", "Flicker", "exactly forty characters, without a NUL!"};
     list_ = {MakeEntry(kListMarker, "marker")};
     for (size_t count = std::min<size_t>(input_.Below(30), 15); count > 0; --count) {
       const uint32_t type = kTypes[input_.Below(std::size(kTypes))];

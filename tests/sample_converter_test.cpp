@@ -109,7 +109,6 @@ constexpr std::string_view kTriples = "FF FF 07 00 00 08 13 00 00";
 
 constexpr Row kRows[] = {
     {"compressed-1", 12, kFour, "5 2 102 -898"},
-    {"compressed-1", 8, kFour, "0 0 6 -57"},
     // The lowest and the highest value of 4 groups.
     {"compressed-1", 12, "00 00 00 C0 7F 7F 7F BF", "-134217728 -1"},
     // A value over two chunks; another format, and an empty chunk, between them.
@@ -120,29 +119,21 @@ constexpr Row kRows[] = {
     // An unreadable chunk leaves the sum.
     {"compressed-1", 12, "85 01 02", "unreadable"},
     {"compressed-1 next", 12, "81", "6"},
-    {"compressed-1 next", 12, "85 01 01 01 01 81 82", "unreadable"},
-    {"compressed-1 next", 12, "81 02", "12"},
     // Dropped samples count in the sum.
     {"compressed-1", 12, kFour, "5 2", 2},
     {"compressed-1 next", 12, "81", "-897"},
-    {"compressed-1", 12, "85 85 01 02", "unreadable", 1},
     {"compressed-1", 12, kHighSum, "134217727 268435454", 2},
     {"compressed-1 next", 12, "BF", "-2147483601"},
     // Widths that make no sense.
     {"compressed-1", 43, "85 81", "-2147483648 0"},
     {"compressed-1", 44, "85 FE", "0 0"},
-    {"compressed-1", 255, "85 F0", "0 0"},
 
-    {"16-bits-in-2 little", 12, kPairs, "-1 291 0 -2048"},
     {"16-bits-in-2 little", 16, kPairs, "-2 4660", 3},
     {"16-bits-in-2 little", 16, "34 12 FE FF", "", 1},
-    {"16-bits-in-2 little", 32, "34 12 FE FF", "-131072 305397760"},
     {"16-bits-in-2 little", 34, "00 80 FE FF", "-524288 0"},
 
     {"uncompressed-3 little msb 4 lsb 2", 24, kTriples, "8388544 -8388608 256"},
-    {"uncompressed-3 big msb 4 lsb 2", 24, kTriples, "-4032 128 3145728"},
     {"uncompressed-4 big msb 8", 24, "00 80 00 00 00 7F FF FF", "-8388608 8388607"},
-    {"uncompressed-2 big msb 3 lsb 5", 8, "FF FF E0 1F 0F E0", "-1 0 127"},
     {"uncompressed-4 little lsb 16", 4, "FF FF FF 7F 00 00 00 F8", "7 -1"},
     {"uncompressed-3 little msb 4 lsb 2", 24, kTriples, "8388544 -8388608", 2},
     {"uncompressed-4 little", 33, "01 00 00 80 FF FF FF 7F", "2 -2"},
@@ -154,10 +145,8 @@ constexpr Row kRows[] = {
     {"uncompressed-3 little msb 9 lsb 8 next", 8, "12 FF FF", "18"},
     {"uncompressed-4 little msb 8 lsb 8", 16, "FF 34 12 FF", "4660"},
     {"uncompressed-4 little msb 17 next", 16, "FF 34 12 FF", "4660"},
-    {"uncompressed-4 little lsb 17 next", 16, "FF 34 12 FF", "4660"},
     {"uncompressed-4 little msb 255 lsb 255 next", 16, "FF 34 12 FF", "4660"},
     {"uncompressed-5 big next", 16, "FF 34 12 FF", "4660"},
-    {"uncompressed-1 little next", 16, "FF 34 12 FF", "4660"},
 };
 
 TEST(SampleConverterTest, WorkedExamples) {
@@ -234,16 +223,11 @@ struct SeqNum {
 };
 
 constexpr SeqNum kSeqNums[] = {
-    {"uncompressed-3, between samples", 3, 7, 99, 0, 11, 3},
     {"uncompressed-4, highest", 4, 0, 0, 0, UINT32_MAX, UINT32_MAX / 4},
-    {"pairs, behind", k16BitsIn2, 500, 1000, 0, 8, 4},
     {"follows on", kCompressed1, 1, 2, -8, 2, 1},
     {"behind", kCompressed1, 3, 4, 0, 1, 0, true},
-    {"behind, printed signed", kCompressed1, 5, 0x90000000, 0, 0x80000000, 0, true},
     {"values of 4 bytes, one begun", kCompressed1, 25, 101, -8, 140, 35},
-    {"values of 3 and 4 bytes", kCompressed1, 30, 105, 0, 140, 40},
     {"before any data, byte held from before", kCompressed1, 0, 0, -8, 10, 10},
-    {"after one held byte", kCompressed1, 0, 1, -8, 11, 10},
     {"half a sample is one", kCompressed1, 50, 100, 0, 101, 51},
     {"less than half a sample is none", kCompressed1, 40, 100, 0, 101, 40},
     {"no fewer than one in 4 bytes", kCompressed1, 1, 100, 0, 140, 11},

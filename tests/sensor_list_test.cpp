@@ -98,41 +98,6 @@ class SensorListTest : public ::testing::Test {
   SensorInfoMgr manager;
 };
 
-TEST_F(SensorListTest, LookupsGoByPrefixOrByIndex) {
-  const std::string longest(40, 'x');
-  framework.SetSensorList({MakeEntry(kFrontOnChange, "als front"),
-                           MakeEntry(kRearContinuous, "als"),
-                           MakeEntry(kFrontContinuous, "als front"), MakeEntry(kRearOnChange, ""),
-                           MakeEntry(kFlicker + 7, std::string("cut\0off", 7)),
-                           MakeEntry(kFlicker + 8, longest), MakeEntry(kListMarker, "marker")});
-  const struct {
-    SensorType type;
-    uint32_t index;
-    const char* name;
-    std::string found;
-  } kCases[] = {
-      {0, 9, "als", "als front-t:12 p:1 r:0"},
-      {12, 0, "als", "als front-t:12 p:1 r:0"},
-      {1012, 1, "als", "als-t:1012 p:0 r:0"},
-      {1012, 0, "als f", "als front-t:1012 p:1 r:0"},
-      {1012, 0, "als frontal", ""},
-      {13, 0, "als", ""},
-      {1012, 1, nullptr, "als front-t:1012 p:1 r:0"},
-      {1012, 2, "", ""},
-      {12, 0, "", "-t:12 p:0 r:0"},
-      {0, 0, nullptr, ""},
-      {0, 0, "marker", ""},
-      {13, 0, "cut", "cut-t:13 p:7 r:0"},
-      {13, 0, "cutoff", ""},
-      {13, 0, "x", longest + "-t:13 p:8 r:0"},
-  };
-  for (const auto& c : kCases) {
-    EXPECT_EQ(c.found, Find(manager, c.type, c.name, c.index))
-        << c.type << " " << (c.name != nullptr ? c.name : "null") << " " << c.index;
-  }
-  EXPECT_THAT(log.TakeProblems(), IsEmpty());
-}
-
 TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
   framework.FailCreate(2);
   framework.SetSensorList([](int query) {
