@@ -41,26 +41,8 @@ std::vector<std::pair<Kind, int>> Steps(const std::vector<FrameworkCall>& calls)
 
 using PublicListTest = LibraryTest;
 
-TEST_F(PublicListTest, IsFetchedOnceAndDumped) {
-  ListSensors({MakeEntry(kRearOnChange, "Rear")});
-  EXPECT_THAT(framework.Take(), ::testing::SizeIs(1)) << "construction asks for nothing";
-  for (const uint32_t unknown : {2U, 4U, 0xFFFFFFFFU}) {
-    EXPECT_FALSE(instance->IsSensorSupported(OpticalSensorType{unknown}, "Rear"));
-  }
-  EXPECT_THAT(framework.Take(), IsEmpty()) << "nor does an unknown kind";
-  EXPECT_TRUE(instance->IsSensorSupported(OpticalSensorType::kAnyOptical, "R"));
-  EXPECT_FALSE(instance->IsSensorSupported(OpticalSensorType::kAmbientLight, "R"));
-  EXPECT_THAT(instance->GetAmbientLightSensorNames(), IsEmpty());
-  EXPECT_THAT(Steps(framework.Take()),
-              ElementsAre(std::pair(Kind::kCreate, 2), std::pair(Kind::kGetSensorList, 2),
-                          std::pair(Kind::kDestroy, 2)));
-  EXPECT_THAT(log.Take(),
-              ElementsAre(Info("Setting SensorInfo list."), Info("Sensor-List[1]@V1:"),
-                          Info("  Rear-t:12 p:0 r:0"), Info("SensorInfo list has been set.")));
-}
-
 TEST_F(PublicListTest, DiscoveryThatFailsIsOneError) {
-  constexpr int kAttempts = kDiscoveryTimeLimit / std::chrono::milliseconds(100);
+  constexpr int kAttempts = 50;
   framework.SetSensorList({MakeEntry(kFlicker, "never complete")});
   framework.Take();
   for (int n = 2; n <= kAttempts; n += 2) {
@@ -86,11 +68,6 @@ class SensorListTest : public ::testing::Test {
                           uint32_t index) {
     VersionedSensorInfo found;
     return list.GetSensorInfo(found, type, name, index) ? found.info.ToStr().c_str() : "";
-  }
-  VersionedSensorInfo MustFind(SensorType type, uint32_t index = 0) {
-    VersionedSensorInfo found;
-    EXPECT_TRUE(manager.GetSensorInfo(found, type, nullptr, index));
-    return found;
   }
 
   LogCapture log;
@@ -142,29 +119,6 @@ TEST_F(SensorListTest, SensorsAndNamesWithoutMemoryAreLeftOut) {
   EXPECT_THAT(Strings(manager.GetSensorNames(1012)), ElementsAre("Front ALS"));
   EXPECT_THAT(Strings(manager.GetSensorNames(1012)), ElementsAre("Rear ALS", "Front ALS"));
   host::FailVectorGrowth({});
-}
-
-TEST_F(SensorListTest, IsRebuiltWhenItsSizeChangesUntilFound) {
-  std::vector<SensorListEntry> list = {MakeEntry(kListMarker, "marker")};
-  const struct {
-    SensorListEntry added;
-    std::vector<LogEntry> dumped;
-  } kCases[] = {
-      {MakeEntry(1U << 16, "accelerometer"), {Info("Sensor-List[0]@V1:")}},
-      {MakeEntry(2U << 16, "compass"), {Info("Sensor-List[0]@V2:")}},
-      {MakeEntry(kFlicker, "F"), {Info("Sensor-List[1]@V3:"), Info("  F-t:13 p:0 r:0")}},
-      {MakeEntry(kRearOnChange, "too late"), {}},
-  };
-  for (const auto& [added, dumped] : kCases) {
-    list.push_back(added);
-    framework.SetSensorList(list);
-    (void)Find(manager, 0, "none", 0);
-    (void)Find(manager, 0, "none", 0);
-    std::vector<LogEntry> entries = log.Take();
-    std::erase_if(entries, [](const LogEntry& entry) { return entry.message.ends_with("."); });
-    EXPECT_EQ(dumped, entries);
-  }
-  EXPECT_EQ(3U, MustFind(13).version);
 }
 
 /// The slow one is held while it builds its list, until the fast one has set its own. If that has a
