@@ -262,6 +262,7 @@ TEST_F(ToolTest, FailsOnAFullDisk) {
 }
 
 TEST_F(ToolTest, EndsWithAWholeLineOnASignal) {
+  static_cast<void>(std::signal(SIGHUP, SIG_DFL));  // nohup ignores it
   for (const char* const arguments : kRuns) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
       const auto interrupt = [main = pthread_self(), signal] { pthread_kill(main, signal); };
