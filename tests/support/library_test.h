@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -32,15 +31,6 @@ class LibraryTest : public ::testing::Test {
   void ListSensors(std::vector<SensorListEntry> sensors) {
     sensors.push_back(MakeEntry(kListMarker, "marker"));
     framework.SetSensorList(std::move(sensors));
-  }
-  /// "type handle client-id", in hexadecimal, of the requests since the last time.
-  std::vector<std::string> TakeRequests() {
-    std::vector<std::string> requests;
-    for (const FrameworkCall& call : framework.TakeInvokes()) {
-      EXPECT_EQ(1, call.api) << "requests go through the instance's own client";
-      requests.push_back(Text("%x %x %x", call.type, call.handle, call.ClientId()));
-    }
-    return requests;
   }
 
   LogCapture log;

@@ -151,6 +151,9 @@ void SetVariable(const char* name, const char* value) {
 class ToolTest : public testing::Test {
  protected:
   ToolTest() {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      static_cast<void>(std::signal(signal, SIG_DFL));  // whoever started the tests may ignore it
+    }
     host::SimulatedHub::Instance().Reset();
     framework_->UseSimulatedHub();
   }
@@ -262,7 +265,6 @@ TEST_F(ToolTest, FailsOnAFullDisk) {
 }
 
 TEST_F(ToolTest, EndsWithAWholeLineOnASignal) {
-  static_cast<void>(std::signal(SIGHUP, SIG_DFL));  // nohup ignores it
   for (const char* const arguments : kRuns) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
       const auto interrupt = [main = pthread_self(), signal] { pthread_kill(main, signal); };
