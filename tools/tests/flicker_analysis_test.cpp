@@ -46,9 +46,7 @@ std::optional<SpectrumPeak> PeakOf(const Wave& wave) {
 TEST(DominantPeakTest, HasFrequencyAndAmplitudeOfTheWave) {
   const std::pair<Wave, double> cases[] = {
       {{.amplitude = 2000, .hz = 100}, 0.01},
-      {{.amplitude = 2000, .hz = 10}, 0.001},
       {{.amplitude = 2000, .hz = 120.5}, 0.05},  // between two entries of the spectrum
-      {{.amplitude = 2000, .hz = 99.75}, 0.05},
       {{.amplitude = 500, .hz = 11000.3}, 0.05},
       {{.amplitude = 500, .hz = 5}, 0.05},
       {{.amplitude = 100, .hz = 100.25, .noise = 100}, 0.1},
@@ -137,16 +135,11 @@ TEST(FlickerRecorderTest, KeepsTheNewestOfTheLongest) {
     recorder.Add(block * kBlock, false, Numbered(block * kBlock, kBlock));
   }
   EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(11000, 1000)));
-}
-
-TEST(FlickerRecorderTest, ForgetsSamplesAndKeepsCounts) {
-  FlickerRecorder recorder = Recorded({0, 480}, {});
   recorder.ForgetSamples();
   EXPECT_THAT(recorder.Stretch(), SizeIs(0));
-  EXPECT_EQ(recorder.counts().samples, 0U);
-  recorder.Add(720, false, Numbered(720, 2));
-  EXPECT_EQ(recorder.counts().gaps, 1U);
-  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(720, 2)));
+  recorder.Add(12240, false, Numbered(12240, 2));
+  EXPECT_EQ(recorder.counts(), (FlickerCounts{2, 2, 480})) << "gaps stay";
+  EXPECT_THAT(recorder.Stretch(), ElementsAreArray(Numbered(12240, 2)));
 }
 
 }  // namespace
