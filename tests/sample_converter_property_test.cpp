@@ -17,7 +17,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr int32_t kCompressed1 = 6;
+constexpr int32_t kCompressed1 = SampleConverterModel::kCompressed1;
 
 /// Appends a compressed-1 value: `groups` groups of 7 bits, the lowest first, with the stop flag on
 /// the last.

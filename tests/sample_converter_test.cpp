@@ -2,7 +2,6 @@
 // of docs/flicker-formats.md. They show that the model is right, so that other tests can rely on
 // it.
 
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
@@ -22,10 +21,6 @@ namespace hyl::v2::test {
 namespace {
 
 using hyl::v2::spectral::SampleConverter;
-using Log = std::vector<LogEntry>;
-
-constexpr int32_t kCompressed1 = 6;
-constexpr int32_t k16BitsIn2 = 7;
 
 /// A chunk and what comes of it, in the notation of docs/flicker-formats.md.
 struct Row {
@@ -54,8 +49,8 @@ void Configure(ConverterTwin& twin, std::string_view packing) {
   std::istringstream words{std::string(packing)};
   std::string word;
   words >> word;
-  const int32_t kind = word == "compressed-1"   ? kCompressed1
-                       : word == "16-bits-in-2" ? k16BitsIn2
+  const int32_t kind = word == "compressed-1"   ? SampleConverterModel::kCompressed1
+                       : word == "16-bits-in-2" ? SampleConverterModel::k16BitsIn2
                                                 : word.back() - '0';
   bool little_endian = true;
   unsigned msb = 0;
@@ -206,51 +201,6 @@ TEST(SampleConverterTest, UncompressedSamplesHave2To4Bytes) {
               converter.ConfigureUncompressedInputFormat(FlickerFormatSampleWidth::kUncompressed4,
                                                          bytes, 0, 0, true))
         << bytes;
-  }
-}
-
-// --- sequence numbers ---
-
-struct SeqNum {
-  const char* name;
-  int32_t kind;
-  uint32_t seq_num;
-  uint32_t total_bytes;
-  int bit_pos;
-  uint32_t offset;
-  uint32_t wanted;
-  bool warned = false;
-};
-
-constexpr SeqNum kSeqNums[] = {
-    {"uncompressed-4, highest", 4, 0, 0, 0, UINT32_MAX, UINT32_MAX / 4},
-    {"follows on", kCompressed1, 1, 2, -8, 2, 1},
-    {"behind", kCompressed1, 3, 4, 0, 1, 0, true},
-    {"values of 4 bytes, one begun", kCompressed1, 25, 101, -8, 140, 35},
-    {"before any data, byte held from before", kCompressed1, 0, 0, -8, 10, 10},
-    {"half a sample is one", kCompressed1, 50, 100, 0, 101, 51},
-    {"less than half a sample is none", kCompressed1, 40, 100, 0, 101, 40},
-    {"no fewer than one in 4 bytes", kCompressed1, 1, 100, 0, 140, 11},
-    {"no more than one a byte", kCompressed1, 200, 100, 0, 110, 210},
-    {"over the wrap", kCompressed1, 0xFFFFFFF0, 0xFFFFFFF0, 0, 0x10, 0x10},
-    {"longest gap", kCompressed1, 0, 0, 0, 0x0FFFFFFF, 0x0FFFFFFF},
-    {"gap too long", kCompressed1, 0, 0, 0, 0x10000000, 0, true},
-};
-
-TEST(SampleConverterTest, SequenceNumbers) {
-  LogCapture log;
-  for (const SeqNum& row : kSeqNums) {
-    SCOPED_TRACE(row.name);
-    SampleConverter converter;
-    converter.Configure(static_cast<FlickerFormatSampleWidth>(row.kind), true, 0, 0);
-    converter.seq_num_ = row.seq_num;
-    converter.total_bytes_ = row.total_bytes;
-    converter.bit_pos_ = row.bit_pos;
-    EXPECT_EQ(row.wanted, converter.GetSeqNum(row.offset));
-    const Log warning = {
-        Warning(Text("Cannot estimate missing gap of data (off:%d total:%d)",
-                     static_cast<int>(row.offset), static_cast<int>(row.total_bytes)))};
-    EXPECT_EQ(row.warned ? warning : Log{}, log.Take());
   }
 }
 

@@ -100,30 +100,5 @@ TEST_F(FullTableTest, TheResultIsTheRefusalOfTheStop) {
                               "Cannot enable flicker sensor 'S8 sensor', no session available!")));
 }
 
-// --- which session gets the samples ---
-
-using RoutingTest = LibraryTest;
-
-TEST_F(RoutingTest, SamplesGoToTheSessionStartedLast) {
-  const uint32_t front = Enable("Front");
-  Enable("Rear", kOnChange);
-  const uint32_t second = Enable("Rear", kContinuous);
-  framework.Deliver(kRearOnChange, SpectralMessage({1}));
-  framework.Deliver(kFrontContinuous, SpectralMessage({2}));
-  EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(front, kOnChange));
-  framework.Deliver(kFrontOnChange, SpectralMessage({3}));
-  EXPECT_THAT(client.TakeSpectral(),
-              ElementsAre(SpectralCall{0, second, {1}, 0}, SpectralCall{0, front, {2}, 0},
-                          SpectralCall{0, front, {3}, 0}));
-  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(second));
-  framework.Deliver(kRearOnChange, SpectralMessage({4}));
-  EXPECT_THAT(client.TakeSpectral(), IsEmpty()) << "the other session gets nothing";
-
-  // The same request again has the same cookie, but another session.
-  const uint32_t third = Enable("Rear", kContinuous);
-  framework.Deliver(kRearContinuous, SpectralMessage({5}));
-  EXPECT_THAT(client.TakeSpectral(), ElementsAre(SpectralCall{0, third, {5}, 0}));
-}
-
 }  // namespace
 }  // namespace hyl::v2::test
