@@ -149,6 +149,7 @@ TEST_F(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
   EXPECT_THAT(log.Take(), IsEmpty());
 }
 
+/// Even without a connection. There, every other call fails.
 TEST_F(ConfigAccessTest, RefusesNullPointersBeforeItSends) {
   framework.FailCreate(1);
   const Instance unconnected(nullptr);
@@ -176,6 +177,11 @@ TEST_F(ConfigAccessTest, RefusesNullPointersBeforeItSends) {
     EXPECT_THAT(results, Each(HylErr::kNullPointer));
     EXPECT_EQ(7U, value);
     EXPECT_EQ(7.0F, gain);
+  }
+  for (const Operation& operation : kOperations) {
+    if (operation.IsSetting()) {
+      EXPECT_EQ(HylErr::kFailed, operation.Call(*unconnected.get(), 0)) << operation.name;
+    }
   }
   EXPECT_THAT(framework.Take(), IsEmpty());
   EXPECT_THAT(log.Take(), IsEmpty());
