@@ -36,8 +36,10 @@ class EndToEndTest : public ::testing::Test {
     hub.Reset();
   }
   void Light(double lux) {
-    hub.SetScene(
-        {.kind = host::LightKind::kFluorescent, .illuminance_lux = lux, .drift_period_s = 0});
+    hub.SetScene({.kind = host::LightKind::kWarmLed,
+                  .illuminance_lux = lux,
+                  .drift_period_s = 0,
+                  .pwm_hz = 1990});
   }
 
   host::SimulatedHub& hub = host::SimulatedHub::Instance();
@@ -68,7 +70,7 @@ TEST_F(EndToEndTest, AmbientLightArrivesFromBothSensorsInBothModes) {
     }
     EXPECT_EQ(HylErr::kOk, instance->ChangeAmbientLightSensorReporting(id, kOnChange));
   }
-  for (const double lux : {700, 50}) {
+  for (const double lux : {700, 640}) {
     Light(lux);
     advance(seconds(4));
     EXPECT_THAT(times[ids[0]], SizeIs(1)) << "steady light";

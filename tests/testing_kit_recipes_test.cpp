@@ -49,13 +49,6 @@ class ScriptedRecipes : public Recipes {
   host::ScriptedFramework framework;
 };
 
-TEST_F(ScriptedRecipes, AFrameworkThatCannotBeReached) {
-  framework.FailCreate(host::ScriptedFramework::kEvery);
-  Create();
-  uint64_t uid = 0;
-  EXPECT_EQ(api->GetDeviceUid(nullptr, &uid), HylErr::kFailed);
-}
-
 TEST_F(ScriptedRecipes, AMessageOfYourOwn) {
   Create();
   ASSERT_EQ(Start("Rear ALS"), HylErr::kOk);

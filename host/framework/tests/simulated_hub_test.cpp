@@ -5,8 +5,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -14,6 +16,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <hyl/host/messages.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 #include <hyl/spectral_client.h>
@@ -21,8 +24,11 @@
 namespace hyl::v2::host {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
 
 /// On a virtual clock, in steady daylight, with automatic gain off.
 class HubSettingsTest : public testing::Test {
@@ -33,7 +39,7 @@ class HubSettingsTest : public testing::Test {
   void Start() {
     hub.Reset();
     hub.UseVirtualClock();
-    hub.SetScene({.drift_period_s = 0});
+    Light({});
     SetAutoGain(false);
   }
   void SetAutoGain(bool on) {
@@ -52,21 +58,27 @@ class HubSettingsTest : public testing::Test {
     EXPECT_EQ(HylErr::kOk, api.SetGain("", of, gain, &gain));
     return gain;
   }
-  /// The levels that a sensor, or a channel of one, has in two seconds, as parts of full scale.
-  const std::vector<double>& Levels(const char* sensor, size_t of_channel) {
+  void Light(LightScene scene) {
+    scene.drift_period_s = 0;
+    hub.SetScene(scene);
+  }
+  /// Makes `levels` those that a sensor, or a channel of one, has in two seconds, as parts of full
+  /// scale. `change` takes effect while the sensor runs.
+  void Measure(const char* sensor, size_t of_channel, void (*change)(HubSettingsTest&) = nullptr) {
     channel = of_channel;
     std::unique_ptr<AmbientLightSession> light;
     std::unique_ptr<FlickerSession> flicker;
     if (std::string_view(sensor) == "flicker") {
       EXPECT_EQ(HylErr::kOk, client.EnableFlicker(sensor, 1024, 16, flicker));
-      hub.Advance(seconds(1));  // in which automatic gain settles
     } else {
       EXPECT_EQ(HylErr::kOk,
                 client.EnableAmbientLight(sensor, SensorReportingMode::kContinuous, light));
     }
+    if (change != nullptr) {
+      change(*this);
+    }
     levels.clear();
     hub.Advance(seconds(2));
-    return levels;
   }
 
   SimulatedHub& hub = SimulatedHub::Instance();
@@ -94,16 +106,29 @@ TEST_F(HubSettingsTest, TheAppliedValueIsInRangeAndOnAStep) {
               ElementsAre(kMinSamplingPeriodUs, 5000, 6000, kMaxSamplingPeriodUs));
   EXPECT_THAT((std::vector{Gain(0, NAN), Gain(0, 2.8F), Gain(1, 2.9F), Gain(1, 1e9F)}),
               ElementsAre(kMinGain, 2, 4, kMaxGain));
+  EXPECT_EQ(HylErr::kOk, api.SetFlickerChannel("", 200, 0));
+  uint32_t of_channel = 0;
+  float gain = 0;
+  EXPECT_EQ(HylErr::kInvalidArgument, api.SetGain("", kGainOfFlicker + 1, 1, &gain));
+  EXPECT_EQ(HylErr::kOk, api.GetFlickerConfig("", &of_channel, &gain));
+  EXPECT_EQ(kMaxFlickerChannel, of_channel);
+  for (const uint8_t fixed : {kIdRegister, kRevisionRegister}) {
+    uint8_t value = 0;
+    EXPECT_EQ(HylErr::kOk, api.SetRegister("", fixed, 0));
+    EXPECT_EQ(HylErr::kOk, api.GetRegister("", fixed, &value));
+    EXPECT_EQ(fixed == kIdRegister ? kIdRegisterValue : kRevisionRegisterValue, value);
+  }
 }
 
 void LightTorch(HubSettingsTest& test) {
   EXPECT_EQ(HylErr::kOk, test.api.SetTorchLightState("", true));
 }
 
-/// A setting, and the factor by which it changes the sum of a sensor's levels.
+/// A change of a setting or of the light, and the factor by which it changes the sum of a running
+/// sensor's levels.
 struct Effect {
-  const char* setting;
-  void (*apply)(HubSettingsTest& test);
+  const char* what;
+  void (*change)(HubSettingsTest& test);
   const char* sensor;
   size_t channel;
   double factor;
@@ -112,6 +137,7 @@ struct Effect {
 constexpr Effect kEffects[] = {
     {"gain", [](auto& test) { test.Gain(kGainOfSpectral, 32); }, "rear", kClear, 2},
     {"exposure time", [](auto& test) { test.Exposure(100000); }, "rear", kClear, 2},
+    {"sampling period", [](auto& test) { test.Period(20000); }, "rear", kClear, 5},
     {"sampling period", [](auto& test) { test.Period(20000); }, "front", kClear, 5},
     {"factory calibration", [](auto& test) { test.api.SetSpectralApplyFacCalEnabled("", false); },
      "rear", kViolet, 0.942},
@@ -123,37 +149,135 @@ constexpr Effect kEffects[] = {
     {"flicker gain", [](auto& test) { test.Gain(kGainOfFlicker, 2); }, "flicker", {}, 2},
     {"pedestal", [](auto& test) { test.api.SetFlickerPedestal("", 32); }, "flicker", {}, 0.5},
     {"channel", [](auto& test) { test.api.SetFlickerChannel("", 0, 0); }, "flicker", {}, 0.051},
+    {"level", [](auto& test) { test.Light({.illuminance_lux = 250}); }, "rear", kClear, 0.5},
+    {"dimmed LED", [](auto& test) { test.Light({.kind = LightKind::kWarmLed}); }, "flicker", {}, 1},
+    {"drift", [](auto& test) { test.hub.SetScene({.drift_period_s = 8, .drift_depth = 0.5}); },
+     "rear", kClear, 1.32},
 };
 
-TEST_F(HubSettingsTest, SettingsChangeTheData) {
-  for (const auto& [setting, apply, sensor, of_channel, factor] : kEffects) {
-    const auto sum = [&] {
-      Levels(sensor, of_channel);
-      return std::accumulate(levels.begin(), levels.end(), 0.0);
-    };
+TEST_F(HubSettingsTest, WhatIsSetChangesTheData) {
+  for (const auto& [what, change, sensor, of_channel, factor] : kEffects) {
+    SCOPED_TRACE(what);
     Start();
-    const double before = sum();
-    apply(*this);
-    EXPECT_NEAR(factor, sum() / before, 0.01 * factor) << setting << ", " << sensor;
+    Measure(sensor, of_channel);
+    const double before = std::accumulate(levels.begin(), levels.end(), 0.0);
+    Start();
+    Measure(sensor, of_channel, change);
+    const double after = std::accumulate(levels.begin(), levels.end(), 0.0);
+    EXPECT_NEAR(factor, after / before, 0.01 * factor) << sensor;
   }
 }
 
 TEST_F(HubSettingsTest, TooMuchGainClipsUnlessItIsAutomatic) {
-  hub.SetScene({.kind = LightKind::kFluorescent, .illuminance_lux = 1500, .drift_period_s = 0});
+  Light({.kind = LightKind::kFluorescent, .illuminance_lux = 1500});
   Gain(kGainOfSpectral, 2048);
   Gain(kGainOfFlicker, 64);
   for (const bool automatic : {false, true}) {
     SetAutoGain(automatic);
     for (const char* const sensor : {"rear", "flicker"}) {
-      const auto [low, high] = std::ranges::minmax(Levels(sensor, kClear));
+      Measure(sensor, kClear);
+      levels.erase(levels.begin(),
+                   levels.begin() + std::ssize(levels) / 2);  // in which the gain settles
+      const auto [low, high] = std::ranges::minmax(levels);
       EXPECT_EQ(automatic, low < high) << sensor;
       EXPECT_EQ(automatic, high > 0.25 && high < 0.91) << sensor << high;
     }
     FlickerFrequencyMetrics metrics{};
     EXPECT_EQ(HylErr::kOk, api.GetFlickerFrequencyMetrics(nullptr, &metrics));
     EXPECT_EQ(100, metrics.metric0) << "twice the mains";
+    EXPECT_EQ(200, metrics.metric1);
     EXPECT_EQ(automatic ? 0 : 1000, metrics.saturation) << "of a thousand";
   }
+}
+
+// --- below the library ---
+
+/// A client of the framework's interface, on a virtual clock.
+class RawHubTest : public testing::Test {
+ protected:
+  struct Callbacks : Service::AsyncCallbacks {
+    void OnResponse(const Message* message) override { on_message(*message); }
+    void OnError(HylErr) override {}
+    std::function<void(const Message&)> on_message = [](const Message&) {};
+  };
+
+  RawHubTest() {
+    hub.Reset();
+    hub.UseVirtualClock();
+  }
+  ~RawHubTest() override {
+    api.reset();
+    hub.Reset();
+  }
+
+  template <typename Req>
+  HylErr Send(uint32_t handle, RequestType type, uint32_t client_id = 7) {
+    Req request;
+    request.client_id = client_id;
+    return api->InvokeAsyncServiceCall(handle, static_cast<uint32_t>(type), request, callbacks);
+  }
+  HylErr Start(uint32_t handle) {
+    return Send<StartContinuousSamplingReq>(handle, RequestType::kStartContinuousSampling);
+  }
+  HylErr Stop(uint32_t handle, uint32_t client_id = 7) {
+    return Send<StopSamplingReq>(handle, RequestType::kStopSampling, client_id);
+  }
+
+  SimulatedHub& hub = SimulatedHub::Instance();
+  std::shared_ptr<Callbacks> callbacks = std::make_shared<Callbacks>();
+  std::unique_ptr<Api> api = hub.Connect(ClientType::kSpectral);
+};
+
+TEST_F(RawHubTest, RefusesWhatItCannotServe) {
+  EXPECT_EQ(HylErr::kNotFound, Start(kFlicker + 1));
+  EXPECT_EQ(HylErr::kInvalidArgument,
+            Send<StartOnChangeSamplingReq>(kFlicker, RequestType::kStartOnChangeSampling));
+  EXPECT_EQ(HylErr::kInvalidArgument,
+            Send<StopSamplingReq>(kFlicker, RequestType::kStartContinuousSampling));
+  EXPECT_EQ(HylErr::kNotFound, Stop(kFlicker));
+  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
+  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
+  EXPECT_EQ(HylErr::kNotFound, Stop(kFlicker, 8));
+  EXPECT_THAT(hub.RunningRequests(), SizeIs(1)) << "a further start replaces the first";
+  EXPECT_EQ(HylErr::kOk, Stop(kFlicker));
+  EXPECT_THAT(hub.RunningRequests(), IsEmpty());
+  callbacks.reset();
+  EXPECT_EQ(HylErr::kNullPointer, Start(kFlicker));
+}
+
+TEST_F(RawHubTest, TheFrontSensorSendsChains) {
+  std::string events;
+  callbacks->on_message = [&](const Message& message) {
+    const auto* const chain = dynamic_cast<const EventMessage*>(&message);
+    const RefCountedSensorEvent* event = chain != nullptr ? chain->events.get() : nullptr;
+    for (; event != nullptr; event = event->next) {
+      const bool in_ticks = (static_cast<uint64_t>(event->timestamp) & kTicksFlag) != 0;
+      events += event->event_type == SensorEventType::kIgnored ? 'i' : in_ticks ? 't' : 'n';
+    }
+    events += chain != nullptr ? " " : "";
+  };
+  EXPECT_EQ(HylErr::kOk, Start(kFrontContinuous));
+  hub.Advance(milliseconds(12 * 5));  // the shortest period
+  EXPECT_EQ("ntnt ntnt ntnti ", events);
+}
+
+TEST_F(RawHubTest, NoMessageFollowsAStop) {
+  std::vector<uint32_t> ticks;
+  bool stops = false;
+  callbacks->on_message = [&](const Message& message) {
+    if (const auto* const data = dynamic_cast<const FlickerDataResp*>(&message)) {
+      ticks.push_back(data->aux32_0);
+    } else if (stops && dynamic_cast<const FlickerFormatResp*>(&message) != nullptr) {
+      EXPECT_EQ(HylErr::kOk, Stop(kFlicker));
+    }
+  };
+  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
+  hub.Advance(milliseconds(20));
+  EXPECT_THAT(ticks, ElementsAre(192000, 384000));
+  stops = true;
+  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
+  hub.Advance(milliseconds(20));
+  EXPECT_THAT(ticks, SizeIs(2));
 }
 
 // --- the scene ---
