@@ -7,6 +7,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr size_t kMaxInput = 4000;  // bytes; a longer sequence shows little more
   constexpr size_t kPatience = 51;    // one more than there are attempts
-  hyl::v2::test::InstanceTwin({{data, std::min(size, kMaxInput)}}, kPatience).Run();
+  const hyl::v2::test::Input input({data, std::min(size, kMaxInput)});
+  hyl::v2::test::InstanceTwin(input, kPatience).Run();
   return 0;
 }
