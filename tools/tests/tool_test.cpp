@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -20,6 +21,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
@@ -232,6 +234,10 @@ TEST_F(ToolTest, FailsAsTheFrameworkDoes) {
   }
   framework_->FailCreate(host::ScriptedFramework::kEvery);
   EXPECT_THAT(RunCaptured("stream"), EndsWithLine(5, "check that its service runs"));
+  UseSilentFramework(HylErr::kOk);
+  framework_->RefuseInvoke(2, HylErr::kFailed);  // the stop
+  EXPECT_THAT(RunCaptured("stream --seconds 0.01"), EndsWithLine(5, "cannot stop 'rear'"));
+  framework_.emplace();
 }
 
 TEST_F(ToolTest, FailsWhenTheSensorFallsSilent) {
@@ -239,8 +245,10 @@ TEST_F(ToolTest, FailsWhenTheSensorFallsSilent) {
   for (const char* const arguments : {"stream --timeout 0.05", "flicker --timeout 0.05"}) {
     EXPECT_THAT(RunCaptured(arguments), EndsWithLine(7, "has sent nothing"));
   }
+  EXPECT_EQ(framework_->CallbacksOf(host::kRearOnChange), nullptr);
   EXPECT_THAT(RunCaptured("stream --mode on-change --timeout 0.05 --seconds 0.2"),
               SucceedsQuietly());
+  EXPECT_NE(framework_->CallbacksOf(host::kRearOnChange), nullptr);
 }
 
 constexpr const char* kRuns[] = {"stream rear", "stream front --format json", "flicker",
@@ -316,11 +324,12 @@ TEST_F(ToolTest, PrintsWhatIsAskedFor) {
       {"stream fr --count 1 --format json",
        R"(\{"line":"header","format":1,"tool":"hyl-spectral .*"mode":"continuous".*)"
        R"("sensor":"front ambient light",.*"values":\[([0-9.]+,){11}[0-9.]+\]\})"},
-      {"flicker --seconds 0.5 --scene fluorescent --mains 60",
-       " +0\\.5[0-9] s  24000 Hz  level [0-9.]+ % .* frequency 120\\.0. Hz  gaps 0\n.*"},
+      {"flicker --seconds 0.5 --bits 12 --scene fluorescent --mains 60",
+       " +0\\.5[0-9] s  24000 Hz  level [2-9][0-9.]+ % .* frequency 120\\.0. Hz  gaps 0\n.*"},
       {"flicker --seconds 0.5 --scene daylight --format json",  // in row, though there are restarts
        R"(\{"sensor":"flicker",.*"samples":(1[0-9]|[5-9])[0-9]{3},.*"frequency_hz":null,.*)"
        R"("svm":null,.*"absent":"less than a second in a row".*)"},
+      {"flicker --samples --seconds 0.1 --format csv", "seq_num,sample\n0,[0-9]+\n1,[0-9]+\n2,.*"},
       {"flicker --seconds 0.3 --buffer 100", ".*", "--buffer"},
       {"get --all", ".*spectral-auto-gain +on\n.*device-uid +0x48594C0000C0FFEE"},
       {"get spectral-auto-gain --format json", R"(\{"spectral-auto-gain":true\})"},
@@ -479,18 +488,58 @@ TEST_F(RecordingTest, IsWhatJsonFormatPrints) {
 }
 
 TEST_F(RecordingTest, KeepsWhatWasDropped) {
-  std::string text =
-      "{\"line\":\"header\",\"format\":1,\"sensors\":[{\"name\":\"rear\",\"type\":"
-      "\"ambient-light\"}]}\n";
-  const std::string sample =
-      "{\"line\":\"spectral\",\"time_ns\":5,\"sensor\":\"rear\",\"kind\":0,"
-      "\"timestamp_ns\":1,\"values\":[1.5]}\n";
-  text += sample + "{\"line\":\"drop\",\"time_ns\":5,\"count\":7}\n" + sample;
-  Write(text + "{\"line\":\"spec");
-  const RunResult result = RunCaptured("record replay --replay recording");
+  constexpr size_t kRoom = 256;
+  UseSilentFramework(HylErr::kOk);
+  framework_->RefuseIf([](const host::FrameworkCall& call) {
+    return call.As<RlsMsgAccessReq>() != nullptr ? HylErr::kInvalidArgument : HylErr::kOk;
+  });
+  framework_->AnswerWith([](const host::FrameworkCall& call) {
+    const bool starts = call.As<StartContinuousSamplingReq>() != nullptr;
+    host::ScriptedFramework::Messages messages;
+    for (size_t i = 0; starts && call.handle == host::kRearContinuous && i < kRoom + 7; ++i) {
+      const std::vector<float> values(i % 2 == 1 ? 2 : 1, NAN);
+      messages.push_back(std::make_unique<host::SpectralMessage>(values));
+    }
+    return messages;
+  });
+  framework_->SetHook([this](const host::FrameworkCall& call) {
+    if (call.handle == host::kFlicker) {
+      framework_->ReleaseAnswers();
+      framework_->AwaitAnswers();  // all of which come before the tool reads one
+    }
+  });
+  framework_->HoldAnswers();
+  EXPECT_THAT(RunCaptured("record device --seconds 0.001"), EndsWithLine(0, "dropped 7"));
+  const std::string recorded = Text("device");
+  EXPECT_EQ(Lines(recorded), 1 + 1 + kRoom);
+  const std::string cut_off = "{\"line\":\"spec";
+  Write(recorded + cut_off);
+  const RunResult result = RunCaptured("record replay --replay recording --speed inf");
   EXPECT_THAT(result.err, AllOf(HasSubstr("in the middle of a line"), HasSubstr("dropped 7")));
-  EXPECT_THAT(result.out, HasSubstr("4 lines"));
-  EXPECT_EQ(WithoutHeader(Text("replay")), WithoutHeader(text));
+  EXPECT_THAT(result.out, HasSubstr("258 lines"));
+  EXPECT_EQ(WithoutHeader(Text("replay")), WithoutHeader(recorded));
+  const std::string stream = "stream --replay recording --speed inf";
+  EXPECT_EQ(Lines(RunCaptured(stream + " --count 256 --format json").out), 1 + 1 + kRoom);
+  EXPECT_THAT(RunCaptured(stream + " --count 2 --format csv").out, EndsWith("0,nan,nan\n0,nan,\n"));
+}
+
+TEST_F(RecordingTest, RunsOnItsTime) {
+  std::string text = JsonLine(Json{{"line", "header"},
+                                   {"format", 1},
+                                   {"sensors", {{{"name", "rear"}, {"type", "ambient-light"}}}}});
+  for (const int64_t day : {1, 2, 3}) {
+    text += JsonLine(Json{{"line", "spectral"},
+                          {"time_ns", day * 86'400'000'000'000},
+                          {"sensor", "rear"},
+                          {"kind", 0},
+                          {"timestamp_ns", 0},
+                          {"values", {1.5}}});
+  }
+  Write(text);
+  for (const auto& [timeout, code] : {std::pair("90000", 0), std::pair("80000", 7)}) {
+    const std::string arguments = "stream --replay recording --speed inf --timeout ";
+    EXPECT_EQ(RunCaptured(arguments + timeout).code, code);
+  }
 }
 
 TEST_F(RecordingTest, FailsWithACodeAndALine) {
