@@ -33,6 +33,7 @@ std::vector<std::string> Strings(const Vector<HylString>& names) {
 
 std::vector<std::pair<Kind, int>> Steps(const std::vector<FrameworkCall>& calls) {
   std::vector<std::pair<Kind, int>> steps;
+  steps.reserve(calls.size());
   for (const FrameworkCall& call : calls) {
     steps.emplace_back(call.kind, call.api);
   }

@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 

@@ -185,10 +185,8 @@ RunEnd SensorRun::Pump(double timeout, const Handle& handle) {
       silent = After(clock.Now(), timeout);
       wants_more = handle(*delivery);
       context_.out.Flush();
-    } else if (clock.ended()) {
-      end = RunEnd::kDone;
-    } else if (clock.Now() >= silent) {
-      end = RunEnd::kSilent;
+    } else if (clock.ended() || clock.Now() >= silent) {
+      end = clock.ended() ? RunEnd::kDone : RunEnd::kSilent;
     } else {
       clock.Continue(until);
       const std::lock_guard lock(mutex_);

@@ -222,7 +222,7 @@ std::string TextOf(const std::string& name, const Json& value, const Words& give
   if (value.is_object()) {
     std::string text;
     for (const auto& [part, part_value] : value.items()) {
-      text += TextOf(name + "." + part, part_value, given);
+      text += TextOf(fmt::format("{}.{}", name, part), part_value, given);
     }
     return text;
   }
