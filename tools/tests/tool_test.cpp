@@ -76,8 +76,8 @@ MATCHER(SucceedsQuietly, "") {
   return arg.code == 0 && arg.err.empty();
 }
 
-/// Runs the tool in this process, with `out` for standard output. `arguments` is the command line
-/// without the program's name, its words parted by single blanks.
+/// Runs the tool in this process, with `out` for standard output, or without any. `arguments` is
+/// the command line without the program's name, its words parted by single blanks.
 RunResult RunInto(int out, const std::string& arguments) {
   std::vector<std::string> words = CLI::detail::split("hyl-spectral " + arguments, ' ');
   std::vector<char*> argv;
@@ -87,6 +87,9 @@ RunResult RunInto(int out, const std::string& arguments) {
   const FileDescriptor usual_out(dup(STDOUT_FILENO));
   const FileDescriptor usual_err(dup(STDERR_FILENO));
   const FileDescriptor err(memfd_create("err", MFD_CLOEXEC));
+  if (out < 0) {
+    close(STDOUT_FILENO);
+  }
   dup2(out, STDOUT_FILENO);
   dup2(err.get(), STDERR_FILENO);
   RunResult result = {RunTool(static_cast<int>(argv.size()), argv.data()), "", ""};
@@ -265,10 +268,11 @@ TEST_F(ToolTest, EndsQuietlyWhenTheReaderHasGone) {
   EXPECT_THAT(RunInto(pipe.writer.get(), "stream rear --mode on-change"), SucceedsQuietly());
 }
 
-TEST_F(ToolTest, FailsOnAFullDisk) {
+TEST_F(ToolTest, FailsOnAFullDiskAndAClosedOutput) {
   const FileDescriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   for (const char* const arguments : kRuns) {
     EXPECT_THAT(RunInto(full.get(), arguments), EndsWithLine(6, "No space left")) << arguments;
+    EXPECT_THAT(RunInto(-1, arguments), EndsWithLine(6, "Bad file descriptor")) << arguments;
   }
 }
 
