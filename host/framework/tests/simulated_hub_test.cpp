@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -28,6 +27,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 using testing::SizeIs;
 
 /// On a virtual clock, in steady daylight, with automatic gain off.
@@ -112,6 +112,7 @@ TEST_F(HubSettingsTest, TheAppliedValueIsInRangeAndOnAStep) {
   EXPECT_EQ(HylErr::kInvalidArgument, api.SetGain("", kGainOfFlicker + 1, 1, &gain));
   EXPECT_EQ(HylErr::kOk, api.GetFlickerConfig("", &of_channel, &gain));
   EXPECT_EQ(kMaxFlickerChannel, of_channel);
+  hub.SetReplyFaults({.ignore_writes = true});  // which does not concern reads
   for (const uint8_t fixed : {kIdRegister, kRevisionRegister}) {
     uint8_t value = 0;
     EXPECT_EQ(HylErr::kOk, api.SetRegister("", fixed, 0));
@@ -192,92 +193,95 @@ TEST_F(HubSettingsTest, TooMuchGainClipsUnlessItIsAutomatic) {
 
 // --- below the library ---
 
-/// A client of the framework's interface, on a virtual clock.
+/// A client of the framework's interface, on a virtual clock, which notes what it gets.
 class RawHubTest : public testing::Test {
  protected:
   struct Callbacks : Service::AsyncCallbacks {
-    void OnResponse(const Message* message) override { on_message(*message); }
+    explicit Callbacks(RawHubTest& owner) : test(owner) {}
+    void OnResponse(const Message* message) override { test.Note(*message); }
     void OnError(HylErr) override {}
-    std::function<void(const Message&)> on_message = [](const Message&) {};
+    RawHubTest& test;
   };
 
-  RawHubTest() {
-    hub.Reset();
-    hub.UseVirtualClock();
-  }
+  RawHubTest() { Reset(); }
   ~RawHubTest() override {
     api.reset();
     hub.Reset();
   }
+  void Reset() {
+    hub.Reset();
+    hub.UseVirtualClock();
+  }
 
-  template <typename Req>
-  HylErr Send(uint32_t handle, RequestType type, uint32_t client_id = 7) {
+  template <typename Req = StartContinuousSamplingReq>
+  HylErr Send(uint32_t handle, RequestType type = RequestType::kStartContinuousSampling,
+              uint32_t client_id = 7) {
     Req request;
     request.client_id = client_id;
     return api->InvokeAsyncServiceCall(handle, static_cast<uint32_t>(type), request, callbacks);
   }
-  HylErr Start(uint32_t handle) {
-    return Send<StartContinuousSamplingReq>(handle, RequestType::kStartContinuousSampling);
+  HylErr StopFlicker(uint32_t client_id = 7) {
+    return Send<StopSamplingReq>(kFlicker, RequestType::kStopSampling, client_id);
   }
-  HylErr Stop(uint32_t handle, uint32_t client_id = 7) {
-    return Send<StopSamplingReq>(handle, RequestType::kStopSampling, client_id);
+  /// Of a chain's event, whether it is ignored or has its time in ticks; of a chunk, its offset and
+  /// its time in ticks.
+  void Note(const Message& message) {
+    if (const auto* const chain = dynamic_cast<const EventMessage*>(&message)) {
+      for (const auto* event = chain->events.get(); event != nullptr; event = event->next) {
+        const bool in_ticks = (static_cast<uint64_t>(event->timestamp) & kTicksFlag) != 0;
+        notes += event->event_type == SensorEventType::kIgnored ? 'i' : in_ticks ? 't' : 'n';
+      }
+      notes += ' ';
+    } else if (const auto* const data = dynamic_cast<const FlickerDataResp*>(&message)) {
+      notes += std::to_string(data->offset) + "@" + std::to_string(data->aux32_0) + " ";
+    } else if (stops_at_format && dynamic_cast<const FlickerFormatResp*>(&message) != nullptr) {
+      EXPECT_EQ(HylErr::kOk, StopFlicker());
+    }
+  }
+  /// What it has noted in that time.
+  std::string NotesOf(milliseconds time) {
+    notes.clear();
+    hub.Advance(time);
+    return notes;
   }
 
   SimulatedHub& hub = SimulatedHub::Instance();
-  std::shared_ptr<Callbacks> callbacks = std::make_shared<Callbacks>();
+  std::string notes;
+  bool stops_at_format = false;
+  std::shared_ptr<Callbacks> callbacks = std::make_shared<Callbacks>(*this);
   std::unique_ptr<Api> api = hub.Connect(ClientType::kSpectral);
 };
 
 TEST_F(RawHubTest, RefusesWhatItCannotServe) {
-  EXPECT_EQ(HylErr::kNotFound, Start(kFlicker + 1));
-  EXPECT_EQ(HylErr::kInvalidArgument,
-            Send<StartOnChangeSamplingReq>(kFlicker, RequestType::kStartOnChangeSampling));
-  EXPECT_EQ(HylErr::kInvalidArgument,
-            Send<StopSamplingReq>(kFlicker, RequestType::kStartContinuousSampling));
-  EXPECT_EQ(HylErr::kNotFound, Stop(kFlicker));
-  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
-  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
-  EXPECT_EQ(HylErr::kNotFound, Stop(kFlicker, 8));
+  EXPECT_EQ(HylErr::kNotFound, Send(kFlicker + 1));
+  EXPECT_EQ(HylErr::kInvalidArgument, Send(kRearOnChange));
+  EXPECT_EQ(HylErr::kInvalidArgument, Send<StopSamplingReq>(kFlicker));
+  EXPECT_EQ(HylErr::kNotFound, StopFlicker());
+  EXPECT_EQ(HylErr::kOk, Send(kFlicker));
+  EXPECT_EQ(HylErr::kOk, Send(kFlicker));
+  EXPECT_EQ(HylErr::kNotFound, StopFlicker(8));
   EXPECT_THAT(hub.RunningRequests(), SizeIs(1)) << "a further start replaces the first";
-  EXPECT_EQ(HylErr::kOk, Stop(kFlicker));
+  EXPECT_EQ(HylErr::kOk, StopFlicker());
   EXPECT_THAT(hub.RunningRequests(), IsEmpty());
   callbacks.reset();
-  EXPECT_EQ(HylErr::kNullPointer, Start(kFlicker));
+  EXPECT_EQ(HylErr::kNullPointer, Send(kFlicker));
 }
 
-TEST_F(RawHubTest, TheFrontSensorSendsChains) {
-  std::string events;
-  callbacks->on_message = [&](const Message& message) {
-    const auto* const chain = dynamic_cast<const EventMessage*>(&message);
-    const RefCountedSensorEvent* event = chain != nullptr ? chain->events.get() : nullptr;
-    for (; event != nullptr; event = event->next) {
-      const bool in_ticks = (static_cast<uint64_t>(event->timestamp) & kTicksFlag) != 0;
-      events += event->event_type == SensorEventType::kIgnored ? 'i' : in_ticks ? 't' : 'n';
-    }
-    events += chain != nullptr ? " " : "";
-  };
-  EXPECT_EQ(HylErr::kOk, Start(kFrontContinuous));
-  hub.Advance(milliseconds(12 * 5));  // the shortest period
-  EXPECT_EQ("ntnt ntnt ntnti ", events);
-}
-
-TEST_F(RawHubTest, NoMessageFollowsAStop) {
-  std::vector<uint32_t> ticks;
-  bool stops = false;
-  callbacks->on_message = [&](const Message& message) {
-    if (const auto* const data = dynamic_cast<const FlickerDataResp*>(&message)) {
-      ticks.push_back(data->aux32_0);
-    } else if (stops && dynamic_cast<const FlickerFormatResp*>(&message) != nullptr) {
-      EXPECT_EQ(HylErr::kOk, Stop(kFlicker));
-    }
-  };
-  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
-  hub.Advance(milliseconds(20));
-  EXPECT_THAT(ticks, ElementsAre(192000, 384000));
-  stops = true;
-  EXPECT_EQ(HylErr::kOk, Start(kFlicker));
-  hub.Advance(milliseconds(20));
-  EXPECT_THAT(ticks, SizeIs(2));
+TEST_F(RawHubTest, SendsChainsAndChunks) {
+  EXPECT_EQ(HylErr::kOk, Send(kFrontContinuous));
+  EXPECT_EQ("ntnt ntnt ntnti ", NotesOf(milliseconds(12 * 5)));  // the shortest period
+  Reset();
+  hub.SetFlickerPacking({FlickerFormatSampleWidth::k16BitsIn2});
+  hub.SetFlickerFaults({.repeat_chunk = 1});
+  EXPECT_EQ(HylErr::kOk, Send(kFlicker));
+  EXPECT_EQ("0@192000 480@384000 480@576000 960@768000 ", NotesOf(milliseconds(40)));
+  Reset();
+  EXPECT_EQ(HylErr::kOk, Send(kFlicker));
+  EXPECT_THAT(NotesOf(milliseconds(20)), MatchesRegex("0@192000 2[0-9]{2}@384000 "))
+      << "compressed";
+  stops_at_format = true;
+  EXPECT_EQ(HylErr::kOk, Send(kFlicker));
+  EXPECT_EQ("", NotesOf(milliseconds(20))) << "no message follows a stop";
 }
 
 // --- the scene ---
