@@ -19,7 +19,7 @@ namespace hyl::v2::bench {
 namespace {
 
 constexpr size_t kChunkBytes = 256;
-constexpr uint8_t kOutBits = 24;
+constexpr uint8_t kDeliveredBits = 24;
 
 std::vector<float> ChannelValues() {
   std::vector<float> values(host::kSpectralChannelCount);
@@ -131,7 +131,7 @@ void MeasureFlicker(benchmark::State& state, Deliver deliver) {
 void Flicker(benchmark::State& state) {
   std::vector<int32_t> samples(kChunkBytes);
   RunningInstance instance(MakeSensors(0));
-  const auto callbacks = instance.EnableFlicker(samples, kOutBits);
+  const auto callbacks = instance.EnableFlicker(samples, kDeliveredBits);
   const host::FlickerFormatMessage format(FlickerFormatSampleWidth::kCompressed1);
   callbacks->OnResponse(&format);
   MeasureFlicker(state, [&](const FlickerDataResp& message) { callbacks->OnResponse(&message); });
@@ -141,7 +141,7 @@ void FlickerFloor(benchmark::State& state) {
   std::vector<int32_t> samples(kChunkBytes);
   std::mutex mutex;  // guards the converter
   spectral::SampleConverter converter;
-  converter.SetOutput(samples.data(), samples.size(), kOutBits);
+  converter.SetOutput(samples.data(), samples.size(), kDeliveredBits);
   converter.ConfigureCompressed1InputFormat();
   HylSpectralApiCallbackInterface& client = UnknownClient();
   FlickerSampleBlock block{};

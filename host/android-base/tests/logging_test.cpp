@@ -156,8 +156,10 @@ TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
       {"Error", INFO, "HYL_LOG: 'Error' is no severity; it must be verbose,"}};
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
   for (const auto& [value, severity, printed] : cases) {
-    setenv("HYL_LOG", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    // NOLINTBEGIN(concurrency-mt-unsafe): the only thread
+    setenv("HYL_LOG", value, 1);
     EXPECT_EXIT(std::exit(GetMinimumLogSeverity()), testing::ExitedWithCode(severity), printed);
+    // NOLINTEND(concurrency-mt-unsafe)
   }
 }
 

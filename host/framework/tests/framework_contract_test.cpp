@@ -39,6 +39,8 @@ TEST(HylString, AssignsAppendsCopiesAndMoves) {
   EXPECT_STREQ("beginning x-5 a long beginning!", copy.c_str());
   text = moved;
   EXPECT_EQ(text, moved);
+  text = HylString();
+  EXPECT_TRUE(text.empty());
   moved = std::move(copy);
   EXPECT_EQ("beginning x-5 a long beginning!", moved);
   EXPECT_EQ(31U, moved.size());
@@ -104,7 +106,7 @@ TEST(ReffedPtr, HoldsOneReference) {
     EXPECT_EQ(1, a.count);
     EXPECT_EQ(1, b.count);
     first = std::move(second);
-    EXPECT_FALSE(second);
+    EXPECT_FALSE(second);  // NOLINT(bugprone-use-after-move): it is empty
     EXPECT_EQ(0, a.count);
     EXPECT_EQ(1, b.count);
   }

@@ -312,13 +312,15 @@ TEST(SceneDeathTest, HylHubSceneNamesTheInitialOne) {
       {"fog", LightKind::kDaylight, "E .*HYL_HUB_SCENE: 'fog' is no scene"}};
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
   for (const auto& [value, kind, printed] : cases) {
-    setenv("HYL_HUB_SCENE", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    // NOLINTBEGIN(concurrency-mt-unsafe): the only thread
+    setenv("HYL_HUB_SCENE", value, 1);
     const auto exit_with_kind = [] {
       SimulatedHub& hub = SimulatedHub::Instance();
       hub.SetScene({.kind = LightKind::kFluorescent});
       hub.Reset();
       std::exit(static_cast<int>(hub.Scene().kind));
     };
+    // NOLINTEND(concurrency-mt-unsafe)
     EXPECT_EXIT(exit_with_kind(), testing::ExitedWithCode(static_cast<int>(kind)), printed);
   }
 }
