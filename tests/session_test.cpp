@@ -13,26 +13,9 @@ namespace {
 
 using spectral::Session;
 using spectral::SessionMgr;
-using ::testing::ElementsAre;
 
 Session* Add(SessionMgr& table, uint64_t cookie) {
   return table.AddSession(kFlickerType, "name", cookie, ReportingMode::kContinuous);
-}
-
-TEST(SessionMgr, ZeroMatchesNothing) {
-  LogCapture log;
-  SessionMgr table;
-  uint64_t cookie = 77;
-  EXPECT_EQ(nullptr, table.FindById(0));
-  EXPECT_EQ(nullptr, table.FindByCookie(0));
-  EXPECT_EQ(0U, table.FindId(0));
-  EXPECT_FALSE(table.FindCookie(0, cookie));
-  EXPECT_EQ(77U, cookie);
-  table.DeleteSession(0);
-  table.DeleteSession(4'000'000'000);
-  EXPECT_THAT(log.Take(),
-              ElementsAre(Error("Cannot delete session 0, not active or found!"),
-                          Error("Cannot delete session -294967296, not active or found!")));
 }
 
 TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
