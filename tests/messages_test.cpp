@@ -63,6 +63,17 @@ TEST_F(MessagesTest, ValuesWithoutMemoryAreLeftOut) {
   host::FailVectorGrowth({});
 }
 
+TEST_F(MessagesTest, NoMessageAndErrorsDoNothing) {
+  EnableFlicker();
+  log.Take();
+  for (const uint32_t handle : {kRearContinuous, kFlicker}) {
+    const auto object = framework.CallbacksOf(handle);
+    object->OnResponse(nullptr);
+    object->OnError(HylErr{3});
+  }
+  EXPECT_THAT(log.Take(), ::testing::IsEmpty());
+}
+
 /// Only what there is room for is read.
 TEST_F(MessagesTest, AChunkMayHaveMoreThan32BitsOfBytes) {
   uint32_t flicker = 0;

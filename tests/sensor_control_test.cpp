@@ -19,8 +19,9 @@ using ::testing::IsEmpty;
 
 using SensorControlTest = LibraryTest;
 
-/// A start request is held in the framework.
+/// A start request is held in the framework. Flicker messages wait likewise.
 TEST_F(SensorControlTest, ControlOperationsTakeTurnsAndOthersDoNotWait) {
+  EnableFlicker();
   framework.AnswerWith(ScriptedFramework::Echo);
   HoldPoint request;
   framework.SetHook([&](const FrameworkCall& call) {
@@ -39,6 +40,10 @@ TEST_F(SensorControlTest, ControlOperationsTakeTurnsAndOthersDoNotWait) {
       ReturnsInTime(operation.name, call);
     }
   }
+  waiting.push_back(std::async(std::launch::async, [&] {
+    framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kCompressed1));
+    return HylErr::kOk;
+  }));
   for (auto& result : waiting) {
     EXPECT_EQ(std::future_status::timeout, result.wait_for(std::chrono::milliseconds(10)));
   }
