@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The benchmarks. scripts/bench runs them and prints their results as a table.
 
 #include <thread>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Prints the benchmarks' results as a table. Fails if a benchmark has reported an error.
 
 Usage: table.py [--check | --document FILE] RESULTS.json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # For 64-bit Arm on an x86-64 machine: Debian's cross compiler, and qemu's user mode to run what it
 # makes. Libraries come from the cross compiler's own tree alone.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install` lays out, and cpack packs for Debian. Components: library (with headers and
 # packages), host (the simulated hub and the logging stand-in), tool. The tree can be moved as a whole.
 

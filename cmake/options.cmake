@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Compiler options that every target of this project shares: link to hyl_options privately.
 
 add_library(hyl_options INTERFACE)

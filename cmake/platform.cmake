@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What the library stands on: the host layer of this project, or a device's own sensor framework and
 # libbase. Defines the targets hyl_v2_api and base either way.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What every folder of tests needs: GoogleTest, and how CTest gets to know the tests of a program.
 
 if(CMAKE_CROSSCOMPILING)  # Debian's library is for this machine's processor

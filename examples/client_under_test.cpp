@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unit tests of two clients. The first runs on the simulated sensors, whose clock the test moves,
 // so that the test takes no time and always sees the same; the sensors lose data on request. The
 // second runs on a scripted framework, which refuses requests and delivers what the test wants.

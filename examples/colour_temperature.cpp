@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures the colour temperature of the light from the spectral channels of the rear sensor.
 #include <chrono>
 #include <cstdio>

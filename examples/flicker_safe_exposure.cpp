@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures the flicker of the light and says which exposure times give pictures without bands.
 #include <chrono>
 #include <complex>

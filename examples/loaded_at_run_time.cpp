@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loads the library at run time and uses its exported interface, as a client does that must also
 // start where the library is missing. It is linked with nothing of it.
 #include <dlfcn.h>

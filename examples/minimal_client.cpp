@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints what the rear ambient-light sensor sees, for two seconds.
 #include <chrono>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A regression test from a recording: what a client makes of a warm LED that was recorded with
 // hyl-spectral record warm_led.ndjson rear --seconds 0.55
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An instance on any sequence of calls, messages and faults, against the model.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A recording of any bytes, replayed to a client through the library.
 
 #include <sys/mman.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The flicker sample converter against the model of it, on any configuration and any chunks.
 //
 // An input is a sequence of calls: one byte that names the call, then its arguments.

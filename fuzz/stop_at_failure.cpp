@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A failed expectation, of the fuzzer or of the tests' support code, is a finding.
 
 #include <gtest/gtest.h>

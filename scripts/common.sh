@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # shellcheck shell=bash
 # Sourced, from the project's root, by the scripts beside it.
 set -euo pipefail

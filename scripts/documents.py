@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Checks README.md and the other documents, and runs their command lines.
 
 Links to files lead somewhere, sources and tests that are named exist, every promise names what shows

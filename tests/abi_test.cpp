@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The binary interface that clients and the framework were built against: the slots of virtual
 // operations, the fields of records, and numbers. They are repeated here, apart from the headers,
 // so that a change there is noticed.

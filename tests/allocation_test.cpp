@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library allocates for a request and for a sample. This program replaces operator new,
 // through which the library and the framework's containers take all memory.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings operations: their requests, what they hand back, and how they wait for replies that
 // come early, late, out of order, unasked for, or never.
 

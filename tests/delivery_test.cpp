@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Operations while messages are delivered: no lock is held around a callback, Disable ends what
 // comes after it, and Destroy waits for what has begun.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages pour in at full rate from three sensors while clients enable, change, query, disable and
 // destroy. Each message is numbered, so that one that is lost, doubled, late or misdirected shows.
 

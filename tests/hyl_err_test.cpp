@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Result codes in words: the one table of them, and the page that shows it.
 
 #include <fstream>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Checks what the compiler and the linker have made of the library: its exports, how it resists
 # attacks, that loading it runs nothing, and that it stays loaded. The tools are those that READELF,
 # NM and STRIP name.

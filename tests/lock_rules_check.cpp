@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Not built: scripts/tidy compiles it and wants the diagnostics that the comments announce
 // and no others. So the annotations of the library's locks are known to be looked at.
 

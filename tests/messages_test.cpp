@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages on their path to the client: references to events, values without memory, and chunks of
 // any size.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The converter on random streams, against the model.
 
 #include <algorithm>

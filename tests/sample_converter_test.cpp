@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The converter and its model on chunks whose samples are known: the worked examples here and those
 // of docs/flicker-formats.md. They show that the model is right, so that other tests can rely on
 // it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Enable, change and disable of sensors: which operations wait for which, and which session gets
 // the samples.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The list of optical sensors: discovery, lookups, names.
 
 #include <algorithm>

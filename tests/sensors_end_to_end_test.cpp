@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The built library on the simulated hub, whose clock the tests move: from what each kind of sensor
 // measures, through messages and conversion, to what the client receives.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The session table and session ids.
 
 #include <atomic>

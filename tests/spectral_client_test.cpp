@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client layer: who ends what, and what lives until when.
 
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recipes of docs/testing-kit.md, which shows parts of this file.
 #include <chrono>
 #include <string>

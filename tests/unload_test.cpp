@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library loaded at run time, used, and closed. The program is not linked with it.
 
 #include <dlfcn.h>

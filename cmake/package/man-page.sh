@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Prints the man page of the tool, which is made of its --help. Usage: man-page.sh TOOL
 set -euo pipefail
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tool writes into files: pictures and recordings.
 #include <climits>
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the commands print, and how they end.
 #include <algorithm>
 #include <csignal>

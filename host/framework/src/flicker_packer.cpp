@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "flicker_packer.h"
 
 namespace hyl::v2::host {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The framework's small types: heap, messages, mutex, requests, events, string, time, vector.
 #include <algorithm>
 #include <atomic>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library requires of the framework's small types.
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Recordings in the sensors' place, and what is wrong with those that cannot be replayed.
 #include <bit>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated hub: what its settings and its light do to the data, and what it is told.
 
 #include <algorithm>

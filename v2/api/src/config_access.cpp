@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <hyl/internal/config_access.h>
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What differs from setting to setting. The operations as a table: whether an operation reads or
 // writes, and which command, with the request's fields; where it waits, the out pointers and the
 // slots that go there. Before it: how arguments become a request, and which slots a reply fills.

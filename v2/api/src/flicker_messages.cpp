@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <hyl/hyl_spectral_impl.h>
 
 #include "log.h"

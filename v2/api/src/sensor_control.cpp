@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starting, changing and stopping sensors of both kinds.
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Names for Clang's thread-safety attributes; nothing with other compilers. For the library's own
