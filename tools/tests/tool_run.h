@@ -68,6 +68,7 @@ MATCHER(SucceedsQuietly, "") {
 inline RunResult RunInto(int out, const std::string& arguments) {
   std::vector<std::string> words = CLI::detail::split("hyl-spectral " + arguments, ' ');
   std::vector<char*> argv;
+  argv.reserve(words.size());
   for (std::string& word : words) {
     argv.push_back(word.data());
   }

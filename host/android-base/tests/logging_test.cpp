@@ -132,6 +132,7 @@ TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
   for (const auto& [value, severity, printed] : cases) {
     setenv("HYL_LOG", value, 1);  // NOLINT(concurrency-mt-unsafe): the only thread
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): in the child process
     EXPECT_EXIT(std::exit(GetMinimumLogSeverity()), testing::ExitedWithCode(severity), printed);
   }
 }

@@ -104,7 +104,6 @@ TEST(ReffedPtr, HoldsOneReference) {
     EXPECT_EQ(1, a.count);
     EXPECT_EQ(1, b.count);
     first = std::move(second);
-    EXPECT_FALSE(second);
     EXPECT_EQ(0, a.count);
     EXPECT_EQ(1, b.count);
   }

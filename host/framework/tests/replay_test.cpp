@@ -25,8 +25,9 @@ std::string Line(const std::string& json) {
 }
 
 const std::string kHeader =
-    Line(R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"},)"
-         R"({"name":"tube","type":"flicker","bits":12}]})");
+    R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"},)"
+    R"({"name":"tube","type":"flicker","bits":12}]})"
+    "\n";
 
 std::string Spectral(const std::string& values, int64_t time_ns = 0) {
   return R"({"line":"spectral","time_ns":)" + std::to_string(time_ns) +
