@@ -24,7 +24,7 @@ std::string Line(const std::string& json) {
   return json + "\n";
 }
 
-const std::string kHeader =
+constexpr char kHeader[] =
     R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"},)"
     R"({"name":"tube","type":"flicker","bits":12}]})"
     "\n";
@@ -123,7 +123,7 @@ TEST(ReplayTest, DeliversWhatFallsDue) {
 TEST(ReplayTest, NamesTheLineAndItsFault) {
   const std::tuple<std::string, const char*> cases[] = {
       {"", "line 0: there is no whole line"},
-      {kHeader.substr(0, 20), "there is no whole line"},
+      {std::string(kHeader, 20), "there is no whole line"},
       {Spectral("1"), "line 1: the first line is not a header"},
       {Line("[]"), "line 1: 'line' is missing"},
       {Line(R"({"line":"header","format":2,"sensors":[]})"),
