@@ -112,17 +112,19 @@ TEST(AbiHeadersTest, NumbersStayAsAgreed) {
   }
 }
 
-/// The slots of virtual operations. A pointer to one holds its slot as a byte offset in the first
-/// of two words, in both of the known encodings.
+/// The slot of a virtual operation. A pointer to one holds it as a byte offset in the first of two
+/// words, in both of the known encodings.
+template <typename Member>
+size_t SlotOf(Member operation) noexcept {
+  std::array<uintptr_t, 2> words{};
+  static_assert(sizeof(operation) == sizeof(words));
+  std::memcpy(words.data(), &operation, sizeof(words));
+  return words[0] / sizeof(void*);
+}
+
 template <typename... Members>
 std::vector<size_t> SlotsOf(Members... operations) {
-  const auto slot_of = [](auto operation) {
-    std::array<uintptr_t, 2> words{};
-    static_assert(sizeof(operation) == sizeof(words));
-    std::memcpy(words.data(), &operation, sizeof(words));
-    return words[0] / sizeof(void*);
-  };
-  return {slot_of(operations)...};
+  return {SlotOf(operations)...};
 }
 
 TEST(AbiHeadersTest, OthersOperationsKeepTheirSlots) {
@@ -155,8 +157,8 @@ TEST(AbiHeadersTest, OthersOperationsKeepTheirSlots) {
 
 /// The slot of an operation of the interface, which must have this signature.
 template <typename Signature>
-size_t SlotOf(Signature HylSpectralApi::*operation) {
-  return SlotsOf(operation)[0];
+size_t Slot(Signature HylSpectralApi::*operation) noexcept {
+  return SlotOf(operation);
 }
 
 using ReadFlag = HylErr(const char*, bool*);
@@ -165,39 +167,38 @@ using WriteWord = HylErr(const char*, uint32_t, uint32_t*);
 
 /// In the order of their slots.
 const size_t kSlots[] = {
-    SlotOf<Vector<HylString>()>(&HylSpectralApi::GetAmbientLightSensorNames),
-    SlotOf<Vector<HylString>()>(&HylSpectralApi::GetFlickerSensorNames),
-    SlotOf<HylString(uint32_t)>(&HylSpectralApi::GetSensorName),
-    SlotOf<HylErr(const char*, uint32_t&, SensorReportingMode)>(
+    Slot<Vector<HylString>()>(&HylSpectralApi::GetAmbientLightSensorNames),
+    Slot<Vector<HylString>()>(&HylSpectralApi::GetFlickerSensorNames),
+    Slot<HylString(uint32_t)>(&HylSpectralApi::GetSensorName),
+    Slot<HylErr(const char*, uint32_t&, SensorReportingMode)>(
         &HylSpectralApi::EnableAmbientLightSensor),
-    SlotOf<HylErr(uint32_t, SensorReportingMode)>(
-        &HylSpectralApi::ChangeAmbientLightSensorReporting),
-    SlotOf<HylErr(const char*, int*, size_t, uint8_t, uint32_t&)>(
+    Slot<HylErr(uint32_t, SensorReportingMode)>(&HylSpectralApi::ChangeAmbientLightSensorReporting),
+    Slot<HylErr(const char*, int*, size_t, uint8_t, uint32_t&)>(
         &HylSpectralApi::EnableFlickerSensor),
-    SlotOf<HylErr(uint32_t)>(&HylSpectralApi::DisableAmbientLightSensor),
-    SlotOf<HylErr(uint32_t)>(&HylSpectralApi::DisableFlickerSensor),
-    SlotOf<ReadFlag>(&HylSpectralApi::GetFlickerAutoGainEnabled),
-    SlotOf<HylErr(const char*, uint32_t*, float*)>(&HylSpectralApi::GetFlickerConfig),
-    SlotOf<HylErr(const char*, FlickerFrequencyMetrics*)>(
+    Slot<HylErr(uint32_t)>(&HylSpectralApi::DisableAmbientLightSensor),
+    Slot<HylErr(uint32_t)>(&HylSpectralApi::DisableFlickerSensor),
+    Slot<ReadFlag>(&HylSpectralApi::GetFlickerAutoGainEnabled),
+    Slot<HylErr(const char*, uint32_t*, float*)>(&HylSpectralApi::GetFlickerConfig),
+    Slot<HylErr(const char*, FlickerFrequencyMetrics*)>(
         &HylSpectralApi::GetFlickerFrequencyMetrics),
-    SlotOf<HylErr(const char*, uint16_t*)>(&HylSpectralApi::GetFlickerSaturation),
-    SlotOf<HylErr(const char*, uint8_t, uint8_t*)>(&HylSpectralApi::GetRegister),
-    SlotOf<ReadFlag>(&HylSpectralApi::GetSpectralAutoGainEnabled),
-    SlotOf<ReadFlag>(&HylSpectralApi::GetSpectralApplyFacCal),
-    SlotOf<ReadFlag>(&HylSpectralApi::GetSpectralApplyOtpCal),
-    SlotOf<HylErr(const char*, uint64_t*)>(&HylSpectralApi::GetDeviceUid),
-    SlotOf<bool(OpticalSensorType, const char*) const>(&HylSpectralApi::IsSensorSupported),
-    SlotOf<WriteWord>(&HylSpectralApi::SetExposureTime),
-    SlotOf<WriteFlag>(&HylSpectralApi::SetFlickerAutoGainEnabled),
-    SlotOf<HylErr(const char*, uint8_t, uint8_t)>(&HylSpectralApi::SetFlickerChannel),
-    SlotOf<HylErr(const char*, uint8_t)>(&HylSpectralApi::SetFlickerPedestal),
-    SlotOf<HylErr(const char*, uint8_t, float, float*)>(&HylSpectralApi::SetGain),
-    SlotOf<HylErr(const char*, uint8_t, uint8_t)>(&HylSpectralApi::SetRegister),
-    SlotOf<WriteWord>(&HylSpectralApi::SetSamplingPeriod),
-    SlotOf<WriteFlag>(&HylSpectralApi::SetSpectralAutoGainEnabled),
-    SlotOf<WriteFlag>(&HylSpectralApi::SetSpectralApplyFacCalEnabled),
-    SlotOf<WriteFlag>(&HylSpectralApi::SetSpectralApplyOtpCalEnabled),
-    SlotOf<WriteFlag>(&HylSpectralApi::SetTorchLightState),
+    Slot<HylErr(const char*, uint16_t*)>(&HylSpectralApi::GetFlickerSaturation),
+    Slot<HylErr(const char*, uint8_t, uint8_t*)>(&HylSpectralApi::GetRegister),
+    Slot<ReadFlag>(&HylSpectralApi::GetSpectralAutoGainEnabled),
+    Slot<ReadFlag>(&HylSpectralApi::GetSpectralApplyFacCal),
+    Slot<ReadFlag>(&HylSpectralApi::GetSpectralApplyOtpCal),
+    Slot<HylErr(const char*, uint64_t*)>(&HylSpectralApi::GetDeviceUid),
+    Slot<bool(OpticalSensorType, const char*) const>(&HylSpectralApi::IsSensorSupported),
+    Slot<WriteWord>(&HylSpectralApi::SetExposureTime),
+    Slot<WriteFlag>(&HylSpectralApi::SetFlickerAutoGainEnabled),
+    Slot<HylErr(const char*, uint8_t, uint8_t)>(&HylSpectralApi::SetFlickerChannel),
+    Slot<HylErr(const char*, uint8_t)>(&HylSpectralApi::SetFlickerPedestal),
+    Slot<HylErr(const char*, uint8_t, float, float*)>(&HylSpectralApi::SetGain),
+    Slot<HylErr(const char*, uint8_t, uint8_t)>(&HylSpectralApi::SetRegister),
+    Slot<WriteWord>(&HylSpectralApi::SetSamplingPeriod),
+    Slot<WriteFlag>(&HylSpectralApi::SetSpectralAutoGainEnabled),
+    Slot<WriteFlag>(&HylSpectralApi::SetSpectralApplyFacCalEnabled),
+    Slot<WriteFlag>(&HylSpectralApi::SetSpectralApplyOtpCalEnabled),
+    Slot<WriteFlag>(&HylSpectralApi::SetTorchLightState),
 };
 
 TEST(AbiHeadersTest, OperationsKeepTheirSlots) {

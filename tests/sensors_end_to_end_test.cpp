@@ -9,9 +9,11 @@
 #include <map>
 #include <set>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 

@@ -70,7 +70,7 @@ TEST_F(ToolTest, FailsAsTheFrameworkDoes) {
   const std::tuple<HylErr, int, const char*> cases[] = {
       {HylErr::kAlreadyRunning, 4, "(kAlreadyRunning): the sensor"},
       {HylErr::kNoSession, 4, "(kNoSession): all"},
-      {HylErr::kFailed, 5, "(kFailed): the framework"},
+      {HylErr::kFailed, 5, "(kFailed): no connection"},
       {HylErr{77}, 5, "(77): the framework refused"}};
   for (const auto& [answer, code, says] : cases) {
     UseSilentFramework(answer);

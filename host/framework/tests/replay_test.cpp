@@ -25,9 +25,10 @@ std::string Line(const std::string& json) {
   return json + "\n";
 }
 
-const std::string kHeader =
-    Line(R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"},)"
-         R"({"name":"tube","type":"flicker","bits":12}]})");
+constexpr char kHeader[] =
+    R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"},)"
+    R"({"name":"tube","type":"flicker","bits":12}]})"
+    "\n";
 
 std::string Spectral(const std::string& values, int64_t time_ns = 0) {
   return R"({"line":"spectral","time_ns":)" + std::to_string(time_ns) +
@@ -123,7 +124,7 @@ TEST(ReplayTest, DeliversWhatFallsDue) {
 TEST(ReplayTest, NamesTheLineAndItsFault) {
   const std::tuple<std::string, const char*> cases[] = {
       {"", "line 0: there is no whole line"},
-      {kHeader.substr(0, 20), "there is no whole line"},
+      {std::string(kHeader, 20), "there is no whole line"},
       {Spectral("1"), "line 1: the first line is not a header"},
       {Line("[]"), "line 1: 'line' is missing"},
       {Line(R"({"line":"header","format":2,"sensors":[]})"),

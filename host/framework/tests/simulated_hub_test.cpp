@@ -319,7 +319,7 @@ TEST(SceneDeathTest, HylHubSceneNamesTheInitialOne) {
       SimulatedHub& hub = SimulatedHub::Instance();
       hub.SetScene({.kind = LightKind::kFluorescent});
       hub.Reset();
-      std::exit(static_cast<int>(hub.Scene().kind));
+      std::exit(static_cast<int>(hub.Scene().kind));  // NOLINT(concurrency-mt-unsafe)
     };
     // NOLINTEND(concurrency-mt-unsafe)
     EXPECT_EXIT(exit_with_kind(), testing::ExitedWithCode(static_cast<int>(kind)), printed);
