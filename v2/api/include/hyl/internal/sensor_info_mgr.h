@@ -91,7 +91,7 @@ class SensorInfoMgr {
   void Publish(Discovered& discovered) const HYL_EXCLUDES(mutex_);
   void Dump_locked() const HYL_REQUIRES(mutex_);
 
-  /// The list mutex. Taken after the instance mutex, never before it.
+  /// The list mutex. Taken after the instance mutex, never before it, and held while logging.
   mutable std::mutex mutex_;
   // Mutable, since const lookups discover, too.
   mutable Vector<SensorInfo> infos_ HYL_GUARDED_BY(mutex_);
