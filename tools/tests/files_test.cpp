@@ -149,18 +149,13 @@ TEST_F(RecordingTest, KeepsWhatWasDropped) {
 }
 
 TEST_F(RecordingTest, RunsOnItsTime) {
-  std::string text = JsonLine(Json{{"line", "header"},
-                                   {"format", 1},
-                                   {"sensors", {{{"name", "rear"}, {"type", "ambient-light"}}}}});
-  for (const int64_t day : {1, 2, 3}) {
-    text += JsonLine(Json{{"line", "spectral"},
-                          {"time_ns", day * 86'400'000'000'000},
-                          {"sensor", "rear"},
-                          {"kind", 0},
-                          {"timestamp_ns", 0},
-                          {"values", {1.5}}});
+  std::string text =
+      R"({"line":"header","format":1,"sensors":[{"name":"rear","type":"ambient-light"}]})";
+  for (const char* const day : {"86400", "172800", "259200"}) {
+    text += "\n{\"line\":\"spectral\",\"time_ns\":" + std::string(day) +
+            R"(000000000,"sensor":"rear","kind":0,"timestamp_ns":0,"values":[1.5]})";
   }
-  Write(text);
+  Write(text + "\n");
   for (const auto& [timeout, code] : {std::pair("90000", 0), std::pair("80000", 7)}) {
     const std::string arguments = "stream --replay recording --speed inf --timeout ";
     EXPECT_EQ(RunCaptured(arguments + timeout).code, code);
