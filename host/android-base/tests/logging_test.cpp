@@ -7,11 +7,34 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <new>
 #include <string>
 #include <thread>
 #include <tuple>
 #include <utility>
 #include <vector>
+
+namespace {
+
+constexpr int kUnlimited = -1;
+thread_local int t_allocations_left = kUnlimited;  // with 0, memory has run out for this thread
+
+}  // namespace
+
+// Not inlined, so that g++ does not take a delete here for one that does not match its new.
+[[gnu::noinline]] void* operator new(size_t size) {
+  if (t_allocations_left == 0) {
+    throw std::bad_alloc();
+  }
+  t_allocations_left -= t_allocations_left > 0 ? 1 : 0;
+  return std::malloc(size);
+}
+[[gnu::noinline]] void operator delete(void* place) noexcept {
+  std::free(place);
+}
+[[gnu::noinline]] void operator delete(void* place, size_t) noexcept {
+  std::free(place);
+}
 
 namespace android::base {
 namespace {
@@ -64,6 +87,20 @@ TEST_F(LoggingTest, HandsEveryFieldAndTheWholeTextToTheLogger) {
       {ERROR, "TAG", "dir/file.cpp", 12, "open: No such file or directory"},
       {INFO, "base_tests", "file.cpp", 1, "text 3"}};
   EXPECT_EQ(entries_, expected);
+}
+
+/// With room for no allocation, then for one, and so on until the entry is written.
+TEST_F(LoggingTest, AnEntryWithoutMemoryIsLostAlone) {
+  const std::string text(700, 'x');
+  int lost = 0;
+  for (; entries_.empty() && lost < 100; ++lost) {
+    t_allocations_left = lost;
+    { LogMessage("f", 1, ERROR, "TAG", ENOENT).stream() << text << text; }
+    t_allocations_left = kUnlimited;
+  }
+  EXPECT_LT(3, lost);
+  ASSERT_EQ(1U, entries_.size());
+  EXPECT_EQ(text + text + ": No such file or directory", entries_[0].message);
 }
 
 TEST_F(LoggingTest, LoggerIsReplacedWhileOthersLog) {
