@@ -70,7 +70,7 @@ void CheckInTime(const std::function<void()>& call, const std::function<void()>&
   }
 }
 
-/// A reply with a value of its own in every field; all switches are `on`.
+/// A reply whose fields all have different values; all switches are `on`.
 std::unique_ptr<SettingReply> FullReply(RlsAccess access, RlsCommand command, uint8_t on = 2) {
   auto reply = std::make_unique<SettingReply>(access, command);
   reply->metric0 = 0x00011A1B;

@@ -137,7 +137,7 @@ TEST_F(RecordingTest, KeepsWhatWasDropped) {
   EXPECT_THAT(RunCaptured("record device --seconds 0.001"), EndsWithLine(0, "dropped 7"));
   const std::string recorded = Text("device");
   EXPECT_EQ(Lines(recorded), 1 + 1 + kRoom);
-  const std::string cut_off = "{\"line\":\"spec";
+  const std::string cut_off = "{\"line\":\"spectr";
   Write(recorded + cut_off);
   const RunResult result = RunCaptured("record replay --replay recording --speed inf");
   EXPECT_THAT(result.err, AllOf(HasSubstr("in the middle of a line"), HasSubstr("dropped 7")));

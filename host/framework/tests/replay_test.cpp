@@ -104,7 +104,7 @@ TEST(ReplayTest, KeepsEveryBitAndScalesSamples) {
 TEST(ReplayTest, DeliversWhatFallsDue) {
   ReplayedClient client(kHeader + Spectral("1", 10) + Spectral("2", 20) + Spectral("3", 20) +
                         Line(R"({"line":"drop","time_ns":25,"count":3})") +
-                        Line(R"({"line":"drop","time_ns":25,"count":1})") + R"({"line":"spec)");
+                        Line(R"({"line":"drop","time_ns":25,"count":1})") + R"({"line":"spectr)");
   const auto count_after = [&](int64_t step) {
     client.replay.Advance(nanoseconds(step));
     return client.value_bits.size();
