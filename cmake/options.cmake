@@ -13,6 +13,10 @@ target_compile_features(hyl_options INTERFACE cxx_std_20)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   target_compile_options(hyl_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
 endif()
+# Where a target is compiled as one, g++ takes its sources for headers.
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_UNITY_BUILD)
+  target_compile_options(hyl_options INTERFACE -Wno-subobject-linkage)
+endif()
 target_link_libraries(hyl_options INTERFACE Threads::Threads)
 
 if(HYL_SANITIZE)

@@ -24,26 +24,27 @@ std::atomic<size_t> bytes_in_use{0};
 
 }  // namespace
 
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
+// Not inlined, so that g++ does not take a delete here for one that does not match its new.
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
   ++t_allocations;
   void* const place = std::malloc(size);
   bytes_in_use += malloc_usable_size(place);
   return place;
 }
-void* operator new(size_t size) {
+[[gnu::noinline]] void* operator new(size_t size) {
   if (void* const place = operator new(size, std::nothrow); place != nullptr) {
     return place;
   }
   std::abort();
 }
-void operator delete(void* place) noexcept {
+[[gnu::noinline]] void operator delete(void* place) noexcept {
   bytes_in_use -= malloc_usable_size(place);
   std::free(place);
 }
-void operator delete(void* place, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* place, size_t) noexcept {
   operator delete(place);
 }
-void operator delete(void* place, const std::nothrow_t&) noexcept {
+[[gnu::noinline]] void operator delete(void* place, const std::nothrow_t&) noexcept {
   operator delete(place);
 }
 

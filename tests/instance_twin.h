@@ -265,10 +265,10 @@ class InstanceTwin final : public ModelFramework {
 
   Operation AnyOperation() {
     using Make = Operation (InstanceTwin::*)();
-    constexpr Make kOperations[] = {
+    constexpr Make kChoices[] = {
         &InstanceTwin::Enable, &InstanceTwin::Enable, &InstanceTwin::Enable,  &InstanceTwin::Enable,
         &InstanceTwin::Change, &InstanceTwin::Change, &InstanceTwin::Disable, &InstanceTwin::Ask};
-    return (this->*kOperations[input_.Below(std::size(kOperations))])();
+    return (this->*kChoices[input_.Below(std::size(kChoices))])();
   }
 
   /// Mostly of a listed sensor, in a way that suits it.
