@@ -11,6 +11,9 @@ include(GoogleTest)
 # Each test of the program is one for CTest, in a process of its own.
 # Usage: hyl_discover_tests(program [prefix])
 function(hyl_discover_tests program)
+  if(CMAKE_CROSSCOMPILING)
+    target_compile_definitions(${program} PRIVATE HYL_EMULATED)
+  endif()
   gtest_discover_tests(${program}
     NO_PRETTY_VALUES TEST_PREFIX "${ARGN}" DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
