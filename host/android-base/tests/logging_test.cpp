@@ -167,7 +167,7 @@ TEST(DefaultLoggerDeathTest, HylLogNamesTheLowestSeverity) {
       {"fatal", FATAL_WITHOUT_ABORT, "^$"},
       {"", INFO, "^$"},
       {"Error", INFO, "HYL_LOG: 'Error' is no severity; it must be verbose,"}};
-#ifndef HYL_EMULATED  // there, a program cannot start itself again
+#ifndef HYL_EMULATED                               // there, a program cannot start itself again
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
 #endif
   for (const auto& [value, severity, printed] : cases) {

@@ -311,7 +311,7 @@ TEST(SceneDeathTest, HylHubSceneNamesTheInitialOne) {
       {"dark", LightKind::kDark, "^$"},
       {"", LightKind::kDaylight, "^$"},
       {"fog", LightKind::kDaylight, "E .*HYL_HUB_SCENE: 'fog' is no scene"}};
-#ifndef HYL_EMULATED  // there, a program cannot start itself again
+#ifndef HYL_EMULATED                               // there, a program cannot start itself again
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // each case in a program that starts with it
 #endif
   for (const auto& [value, kind, printed] : cases) {
