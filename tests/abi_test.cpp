@@ -238,7 +238,7 @@ void CallSlot(HylSpectralApi* api, size_t slot) {
 }
 
 TEST_F(AbiTest, DestructorsComeLast) {
-  instance.Destroy();
+  instance.reset();
   constexpr size_t kComplete = std::size(kSlots);
   constexpr size_t kDeleting = kComplete + 1;
   for (const size_t slot : {kComplete, kDeleting}) {

@@ -103,7 +103,7 @@ class AllocationTest : public ::testing::Test {
 
   CountingClient client;
   ScriptedFramework framework;  // takes no memory for a request that it has seen
-  Instance api{&client};
+  SpectralInstance api = MakeInstance(&client);
   std::array<int, 512> buffer{};
   uint32_t id = 0;
 
@@ -127,7 +127,7 @@ TEST_F(AllocationTest, CountsWhatTheLibraryTakes) {
 
 TEST_F(AllocationTest, AUseOfTheLibraryLeavesTheHeapAsItWas) {
   const auto use = [this](int deliveries) {
-    const Instance another(&client);
+    const SpectralInstance another = MakeInstance(&client);
     RunSensors(*another, deliveries);
     for (const Operation& operation : kOperations) {
       if (operation.IsSetting() || operation.kind == kNames) {

@@ -162,7 +162,7 @@ TEST_F(ConfigAccessTest, SendsOneRequestAndHandsBackTheReply) {
 /// Even without a connection. There, every other call fails.
 TEST_F(ConfigAccessTest, RefusesNullPointersBeforeItSends) {
   framework.FailCreate(1);
-  const Instance unconnected(nullptr);
+  const SpectralInstance unconnected = MakeInstance(nullptr);
   framework.Take();
   log.Take();
   for (HylSpectralApi* const api : {instance.get(), unconnected.get()}) {
@@ -408,7 +408,7 @@ class ReplyFaultsTest : public testing::Test {
     hub_.SetReplyFaults({.max_delay = std::chrono::microseconds(200), .reorder = true});
   }
   ~ReplyFaultsTest() override {
-    api_.Destroy();
+    api_.reset();
     hub_.Reset();
   }
 
@@ -444,7 +444,7 @@ class ReplyFaultsTest : public testing::Test {
   }
 
   host::SimulatedHub& hub_ = host::SimulatedHub::Instance();
-  Instance api_{nullptr};
+  SpectralInstance api_ = MakeInstance(nullptr);
 };
 
 TEST_F(ReplyFaultsTest, ConcurrentCallsGetTheirOwnValues) {

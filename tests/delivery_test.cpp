@@ -100,20 +100,18 @@ class TeardownTest : public ::testing::Test {
   std::map<uint32_t, uint32_t> ids;  // of sessions, by the sensor's handle
 };
 
+constexpr auto kWayName = [](const auto& way) { return std::string(way.param.name); };
+
 class DeliveryTest : public TeardownTest, public ::testing::WithParamInterface<DataWay> {
  protected:
   const DataWay way = GetParam();
 };
-
-constexpr auto kWayName = [](const auto& way) { return std::string(way.param.name); };
+INSTANTIATE_TEST_SUITE_P(, DeliveryTest, ::testing::ValuesIn(kDataWays), kWayName);
 
 // --- in a callback ---
 
-using CallbackRulesTest = DeliveryTest;
-INSTANTIATE_TEST_SUITE_P(, CallbackRulesTest, ::testing::ValuesIn(kDataWays), kWayName);
-
 /// Every operation returns on another thread, whatever its result.
-TEST_P(CallbackRulesTest, NoLockIsHeldInACallback) {
+TEST_P(DeliveryTest, NoLockIsHeldInACallback) {
   framework.AnswerWith(ScriptedFramework::Echo);
   DeliverWith(way, [&] {
     for (const Operation& operation : kOperations) {
@@ -124,10 +122,7 @@ TEST_P(CallbackRulesTest, NoLockIsHeldInACallback) {
 
 // --- Disable ---
 
-using DeliveryRaceTest = DeliveryTest;
-INSTANTIATE_TEST_SUITE_P(, DeliveryRaceTest, ::testing::ValuesIn(kDataWays), kWayName);
-
-TEST_P(DeliveryRaceTest, DisableEndsWhatComesAfterIt) {
+TEST_P(DeliveryTest, DisableEndsWhatComesAfterIt) {
   DeliverWith(way, [&] {
     ReturnsInTime("Disable on another thread", [&] { Disable(way); });
     std::fill(buffer.begin(), buffer.end(), -1);
@@ -139,7 +134,7 @@ TEST_P(DeliveryRaceTest, DisableEndsWhatComesAfterIt) {
 }
 
 /// The cookie is the same, so what is left of a chain goes to the second session.
-TEST_P(DeliveryRaceTest, TheFormerSessionGetsNothingMore) {
+TEST_P(DeliveryTest, TheFormerSessionGetsNothingMore) {
   const uint32_t former = ids[way.handle];
   DeliverWith(way, [&] {
     Disable(way);
@@ -152,10 +147,8 @@ TEST_P(DeliveryRaceTest, TheFormerSessionGetsNothingMore) {
   EXPECT_EQ(std::vector<uint32_t>(chain ? 2 : 1, id), TakeIds());
 }
 
-using ConversionRaceTest = TeardownTest;
-
 /// The conversion is held where it logs what it could not read, after it has written samples.
-TEST_F(ConversionRaceTest, DisableWaitsAndNamesDoNot) {
+TEST_F(TeardownTest, DisableWaitsAndNamesDoNot) {
   framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kCompressed1));
   HoldPoint conversion;
   auto logger = android::base::SetLogger([&](auto, auto, auto, auto, auto, const char* message) {

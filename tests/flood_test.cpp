@@ -179,7 +179,7 @@ void RunQueries(HylSpectralApi& api, const std::atomic<bool>& end) {
 }
 
 void FloodTest::RunInstance() {
-  Instance instance(this);
+  SpectralInstance instance = MakeInstance(this);
   std::atomic<bool> end{false};
   std::thread queries([&] { RunQueries(*instance.get(), end); });
   const std::pair<Sensor&, const char*> all[] = {
@@ -192,7 +192,7 @@ void FloodTest::RunInstance() {
   const uint32_t ids[] = {last[0].get(), last[1].get(), last[2].get()};
   end = true;
   queries.join();
-  instance.Destroy();
+  instance.reset();
   for (size_t i = 0; i < std::size(ids); ++i) {
     all[i].first.Check(ids[i]);
   }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // An instance on random sequences of calls, messages and faults, against the model.
 
-#include <random>
 #include <set>
 #include <vector>
 
@@ -20,10 +19,8 @@ TEST(InstanceModelTest, TheLibraryDoesAsTheModel) {
   std::set<HylErr> results;
   for (uint64_t seed = 0; seed < kRuns && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);
-    std::mt19937_64 engine(seed);
-    std::vector<uint8_t> bytes(kInputSize);
-    std::ranges::generate(bytes, [&] { return static_cast<uint8_t>(engine()); });
-    InstanceTwin twin(Input(bytes), kPatience);
+    const std::vector<uint8_t> input = RandomBytes(seed, kInputSize);
+    InstanceTwin twin(Input(input), kPatience);
     twin.Run();
     results.insert(twin.results().begin(), twin.results().end());
   }

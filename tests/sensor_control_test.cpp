@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Enable, change and disable of sensors: which operations wait for which, and which session gets
-// the samples.
+// Enable, change and disable of sensors: which operations wait for which, which session gets the
+// samples, and what readers see of the session table.
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <iterator>
@@ -9,8 +10,11 @@
 #include <thread>
 #include <vector>
 
+#include <hyl/internal/session_mgr.h>
+
 #include "library_test.h"
 #include "operations.h"
+#include "test_access.h"
 
 namespace hyl::v2::test {
 namespace {
@@ -104,6 +108,35 @@ TEST_F(FullTableTest, TheResultIsTheRefusalOfTheStop) {
   EXPECT_EQ(HylErr{77}, EnableLastFlicker());
   EXPECT_THAT(log.Take(), ::testing::Contains(Error(
                               "Cannot enable flicker sensor 'S8 sensor', no session available!")));
+}
+
+// --- the session table ---
+
+TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
+  constexpr uint32_t kRounds = 300'000;
+  constexpr uint64_t kOffset = 0x1'00000000;
+  spectral::SessionMgr table;
+  const uint32_t first = TestAccess::NextId();
+  std::atomic<uint32_t> current{first};
+  std::thread writer([&] {  // alone adds sessions, so that their ids are known before
+    for (uint32_t id = first; id < first + kRounds; ++id) {
+      table.AddSession(kFlickerType, "name", kOffset + id, ReportingMode::kContinuous);
+      current = id;
+      table.DeleteSession(id);
+    }
+    current = 0;
+  });
+  int mismatches = 0;
+  for (uint32_t id = current; id != 0; id = current) {
+    for (const uint32_t wanted : {id, id + 1}) {
+      uint64_t cookie = kOffset + wanted;
+      mismatches += table.FindCookie(wanted, cookie) && cookie != kOffset + wanted ? 1 : 0;
+      const uint32_t found = table.FindId(kOffset + wanted);
+      mismatches += found != 0 && found != wanted ? 1 : 0;
+    }
+  }
+  writer.join();
+  EXPECT_EQ(0, mismatches);
 }
 
 }  // namespace

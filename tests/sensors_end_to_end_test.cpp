@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/logging.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <hyl/host/sensors.h>
@@ -34,9 +35,10 @@ class EndToEndTest : public ::testing::Test {
     hub.Reset();
     hub.UseVirtualClock();
     Light(700);
+    android::base::SetMinimumLogSeverity(android::base::WARNING);
   }
   ~EndToEndTest() override {
-    instance.Destroy();
+    instance.reset();
     hub.Reset();
   }
   void Light(double lux) {
@@ -49,7 +51,7 @@ class EndToEndTest : public ::testing::Test {
   host::SimulatedHub& hub = host::SimulatedHub::Instance();
   LogCapture log;
   RecordingClient client;
-  Instance instance{&client};
+  SpectralInstance instance = MakeInstance(&client);
 };
 
 TEST_F(EndToEndTest, AmbientLightArrivesFromBothSensorsInBothModes) {
@@ -86,7 +88,7 @@ TEST_F(EndToEndTest, AmbientLightArrivesFromBothSensorsInBothModes) {
   advance(seconds(2));
   EXPECT_THAT(times[ids[0]], SizeIs(20));
   EXPECT_THAT(times[ids[1]], IsEmpty());
-  EXPECT_THAT(log.TakeProblems(), IsEmpty());
+  EXPECT_THAT(log.Take(), IsEmpty());
 }
 
 constexpr size_t kChunkSamples = 240;
@@ -155,7 +157,7 @@ TEST_P(FlickerEndToEndTest, TheWaveformArrivesSampleForSample) {
       ++block;
     }
     EXPECT_EQ(blocks.end(), block);
-    EXPECT_THAT(log.TakeProblems(), SizeIs(faulty ? 1 : 0)) << "the unreadable chunk";
+    EXPECT_THAT(log.Take(), SizeIs(faulty ? 1 : 0)) << "the unreadable chunk";
   }
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The recipes of docs/testing-kit.md, which shows parts of this file.
-#include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -10,60 +10,23 @@
 #include <gtest/gtest.h>
 #include <hyl/host/messages.h>
 #include <hyl/host/scripted_framework.h>
-#include <hyl/host/sensors.h>
-#include <hyl/host/simulated_hub.h>
 #include <hyl/spectral_instance.h>
 
 namespace hyl::v2 {
 namespace {
 
-struct SampleKeeper : HylSpectralApiCallbackInterface {
-  void OnSpectralData(uint32_t, uint32_t, const Vector<float>& values, int64_t) override {
-    samples.emplace_back(values.begin(), values.end());
-  }
-  void OnFlickerData(uint32_t, const FlickerSampleBlock*) override {}
-
-  std::vector<std::vector<float>> samples;
-};
-
 class Recipes : public testing::Test {
  protected:
-  void TearDown() override {
-    api.reset();
-    host::SimulatedHub::Instance().Reset();
-  }
-
-  void Create() { api = MakeInstance(&client); }
-
   HylErr Start(const char* name) {
     return api->EnableAmbientLightSensor(name, session, SensorReportingMode::kContinuous);
   }
 
-  SampleKeeper client;
-  SpectralInstance api;
+  host::ScriptedFramework framework;
+  SpectralInstance api = MakeInstance(nullptr);  // which the framework must outlive
   uint32_t session = 0;
 };
 
-/// A test on a scripted framework, which must outlive the instance.
-class ScriptedRecipes : public Recipes {
- protected:
-  host::ScriptedFramework framework;
-};
-
-TEST_F(ScriptedRecipes, AMessageOfYourOwn) {
-  Create();
-  ASSERT_EQ(Start("Rear ALS"), HylErr::kOk);
-  // Messages come on a thread of the framework, never on one that is inside a call.
-  std::thread([&] {
-    framework.Deliver(host::kRearContinuous,
-                      host::EventChainMessage({{.type = SensorEventType::kIgnored},
-                                               {.values = {1, 2, 3}, .timestamp = 2000}}));
-  }).join();
-  EXPECT_EQ(client.samples, (std::vector<std::vector<float>>{{1, 2, 3}}));
-}
-
-TEST_F(ScriptedRecipes, AReplyThatIsLate) {
-  Create();
+TEST_F(Recipes, AReplyThatIsLate) {
   framework.AnswerWith(host::ScriptedFramework::Echo);
   framework.HoldAnswers();
   uint32_t applied = 0;
@@ -74,8 +37,7 @@ TEST_F(ScriptedRecipes, AReplyThatIsLate) {
   EXPECT_EQ(applied, 1000U);
 }
 
-TEST_F(ScriptedRecipes, AnAnswerOfYourOwn) {
-  Create();
+TEST_F(Recipes, AnAnswerOfYourOwn) {
   framework.AnswerWith([](const host::FrameworkCall& call) {
     auto replies = host::ScriptedFramework::Echo(call);
     auto reply = std::make_unique<host::SettingReply>(RlsAccess::kRead, RlsCommand::kRegister);
@@ -88,34 +50,12 @@ TEST_F(ScriptedRecipes, AnAnswerOfYourOwn) {
   EXPECT_EQ(value, 7);
 }
 
-TEST_F(ScriptedRecipes, ALookAtTheRequests) {
-  Create();
-  api->SetFlickerPedestal(nullptr, 9);
-  const auto calls = framework.TakeInvokes();
-  ASSERT_EQ(calls.size(), 1U);
-  EXPECT_EQ(calls[0].handle, host::kSettingsHandle);
-  EXPECT_EQ(calls[0].As<RlsMsgAccessReq>()->value8, 9);
-}
-
-TEST_F(ScriptedRecipes, TheSimulatedHubWithAFault) {
+TEST_F(Recipes, TheSimulatedHubWithAFault) {
   framework.UseSimulatedHub();
-  Create();
   ASSERT_EQ(Start("rear"), HylErr::kOk);
   framework.RefuseInvoke(1, HylErr::kFailed);  // the stop
   EXPECT_EQ(api->DisableAmbientLightSensor(session), HylErr::kFailed);
   EXPECT_EQ(framework.Running().size(), 1U);
-}
-
-TEST_F(Recipes, MemoryThatRunsOut) {
-  host::SimulatedHub& hub = host::SimulatedHub::Instance();
-  hub.UseVirtualClock();
-  Create();
-  ASSERT_EQ(Start("rear"), HylErr::kOk);
-
-  host::FailVectorGrowth([] { return true; });
-  hub.Advance(std::chrono::milliseconds(100));
-  host::FailVectorGrowth({});
-  EXPECT_EQ(client.samples, std::vector<std::vector<float>>{{}});  // a sample, without values
 }
 
 TEST_F(Recipes, WhatIsLogged) {
@@ -127,7 +67,6 @@ TEST_F(Recipes, WhatIsLogged) {
           errors.emplace_back(message);
         }
       });
-  Create();
   EXPECT_EQ(Start("no such sensor"), HylErr::kNotFound);
   android::base::SetLogger(std::move(before));
   ASSERT_EQ(errors.size(), 1U);

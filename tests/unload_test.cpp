@@ -2,13 +2,9 @@
 // The library loaded at run time, used, and closed. The program is not linked with it.
 
 #include <dlfcn.h>
-#include <malloc.h>
-#include <unistd.h>
-#include <cstddef>
 #include <memory>
 #include <type_traits>
 
-#include <android-base/logging.h>
 #include <gtest/gtest.h>
 #include <hyl/hyl_spectral_api.h>
 
@@ -49,26 +45,6 @@ void UseAndClose() {
             api->EnableAmbientLightSensor(nullptr, session, SensorReportingMode::kContinuous));
   destroy(&api);
   EXPECT_EQ(nullptr, api);
-}
-
-/// Of the heap; sanitizers answer 0 and look for leaks themselves.
-size_t BytesInUse() {
-  const struct mallinfo2 heap = mallinfo2();
-  return heap.uordblks + heap.hblkhd;
-}
-
-TEST(UnloadTest, LeavesNothingBehind) {
-  constexpr int kRounds = 100;  // the loader's own tables have grown to their size by then
-  android::base::SetMinimumLogSeverity(android::base::FATAL);
-  size_t before = 0;
-  for (int round = 0; round < 2 * kRounds && !HasFailure(); ++round) {
-    if (round == kRounds) {
-      before = BytesInUse();
-    }
-    const ScriptedFramework framework;
-    UseAndClose();
-  }
-  EXPECT_EQ(before, BytesInUse());
 }
 
 /// The framework alone decides when it lets go of a callback object.

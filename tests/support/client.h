@@ -16,15 +16,6 @@ namespace hyl::v2::test {
 inline constexpr auto kContinuous = SensorReportingMode::kContinuous;
 inline constexpr auto kOnChange = SensorReportingMode::kOnChange;
 
-/// An instance for the length of a test.
-class Instance : public SpectralInstance {
- public:
-  explicit Instance(HylSpectralApiCallbackInterface* client)
-      : SpectralInstance(MakeInstance(client)) {}
-
-  void Destroy() { reset(); }
-};
-
 struct SpectralCall {
   uint32_t kind;
   uint32_t session_id;

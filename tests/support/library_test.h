@@ -38,7 +38,7 @@ class LibraryTest : public ::testing::Test {
   ScriptedFramework framework;
   RecordingClient client;
   int buffer[64] = {};
-  Instance instance{&client};
+  SpectralInstance instance = MakeInstance(&client);
 };
 
 }  // namespace hyl::v2::test

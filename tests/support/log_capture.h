@@ -69,14 +69,6 @@ class LogCapture {
     return std::exchange(entries_, {});
   }
 
-  /// Take, without the entries of severity INFO.
-  std::vector<LogEntry> TakeProblems() {
-    std::vector<LogEntry> entries = Take();
-    std::erase_if(entries,
-                  [](const LogEntry& entry) { return entry.severity <= android::base::INFO; });
-    return entries;
-  }
-
  private:
   std::mutex mutex_;
   std::vector<LogEntry> entries_;  // guarded by mutex_
