@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Unit tests of two clients. The first runs on the simulated sensors, whose clock the test moves,
-// so that the test takes no time and always sees the same; the sensors lose data on request. The
-// second runs on a scripted framework, which refuses requests and delivers what the test wants.
+// Unit tests of clients. The first runs on the simulated sensors, whose clock the test moves, so
+// that the test takes no time and always sees the same; the sensors lose data on request. The
+// others run on a scripted framework, which refuses requests, delivers messages and answers as the
+// test wants.
 #include <chrono>
+#include <future>
 #include <memory>
 #include <span>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <hyl/host/messages.h>
@@ -12,6 +15,7 @@
 #include <hyl/host/sensors.h>
 #include <hyl/host/simulated_hub.h>
 #include <hyl/spectral_client.h>
+#include <hyl/spectral_instance.h>
 
 using namespace hyl::v2;
 
@@ -79,7 +83,7 @@ class Brightness {
 
  private:
   HylErr TryToStart() {
-    return client_.EnableAmbientLight("Rear", SensorReportingMode::kOnChange, session_);
+    return client_.EnableAmbientLight("", SensorReportingMode::kOnChange, session_);
   }
   void Take(std::span<const float> values) { latest = values.empty() ? latest : values[0]; }
 
@@ -110,4 +114,46 @@ TEST_F(BrightnessTest, KeepsTheLatestThroughASampleWithoutValues) {
   framework.Deliver(host::kRearOnChange, host::SpectralMessage({7, 8, 9}));
   framework.Deliver(host::kRearOnChange, host::SpectralMessage({}));
   EXPECT_EQ(brightness.latest, 7);
+}
+
+TEST(RefusedStopTest, IsReported) {
+  host::ScriptedFramework framework;
+  framework.UseSimulatedHub();  // which gets what is not refused
+  LossCounter counter;
+  ASSERT_EQ(counter.Start(), HylErr::kOk);
+  framework.RefuseInvoke(1, HylErr::kFailed);
+  EXPECT_EQ(counter.Stop(), HylErr::kFailed);
+  EXPECT_EQ(framework.Running().size(), 1U);
+}
+
+/// What a client may meet that reads and writes settings.
+class SettingsTest : public testing::Test {
+ protected:
+  host::ScriptedFramework framework;
+  SpectralInstance api = MakeInstance(nullptr);
+};
+
+TEST_F(SettingsTest, AnAnswerIsLate) {
+  framework.AnswerWith(host::ScriptedFramework::Echo);
+  framework.HoldAnswers();
+  uint32_t applied = 0;
+  auto written =
+      std::async(std::launch::async, [&] { return api->SetExposureTime("", 1000, &applied); });
+  EXPECT_EQ(written.wait_for(std::chrono::milliseconds(10)), std::future_status::timeout);
+  framework.ReleaseAnswers();
+  EXPECT_EQ(written.get(), HylErr::kOk);
+  EXPECT_EQ(applied, 1000U);
+}
+
+TEST_F(SettingsTest, AnAnswerHoldsAnotherValue) {
+  framework.AnswerWith([](const host::FrameworkCall&) {
+    auto reply = std::make_unique<host::SettingReply>(RlsAccess::kRead, RlsCommand::kRegister);
+    reply->value8 = 7;
+    host::ScriptedFramework::Messages messages;  // none, one or several
+    messages.push_back(std::move(reply));
+    return messages;
+  });
+  uint8_t value = 0;
+  EXPECT_EQ(api->GetRegister("", 0x10, &value), HylErr::kOk);
+  EXPECT_EQ(value, 7);
 }

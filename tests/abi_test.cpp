@@ -36,20 +36,13 @@ struct Number {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
 
-// Those that neither the tests of requests and messages nor docs/errors.md promise.
+// Those that neither the instance's model nor docs/errors.md promises.
 const Number kNumbers[] = {
     HYL_NUMBER(1, sizeof(HylErr)),
-    HYL_NUMBER(8, kMaxSessions),
-    HYL_NUMBER(255, kMaxPriority),
     HYL_NUMBER(8, sizeof(HylSpectralApi)),
     HYL_NUMBER(8, sizeof(HylSpectralApiCallbackInterface)),
     HYL_NUMBER(4, sizeof(SensorReportingMode)),
-    HYL_NUMBER(1, SensorReportingMode::kContinuous),
-    HYL_NUMBER(2, SensorReportingMode::kOnChange),
     HYL_NUMBER(4, sizeof(OpticalSensorType)),
-    HYL_NUMBER(0, OpticalSensorType::kAmbientLight),
-    HYL_NUMBER(1, OpticalSensorType::kFlicker),
-    HYL_NUMBER(3, OpticalSensorType::kAnyOptical),
     HYL_NUMBER(4, sizeof(HylLogLevel)),
     HYL_NUMBER(8, sizeof(FlickerFrequencyMetrics)),
     HYL_NUMBER(0, offsetof(FlickerFrequencyMetrics, metric0)),
@@ -73,7 +66,6 @@ const Number kNumbers[] = {
     HYL_NUMBER(1, sizeof(HylHeapEnum)),
     HYL_NUMBER(1, HylHeapEnum::kDefault),
     HYL_NUMBER(4, sizeof(ClientType)),
-    HYL_NUMBER(10, ClientType::kSpectral),
     HYL_NUMBER(8, sizeof(Api)),
     HYL_NUMBER(8, sizeof(Service::AsyncCallbacks)),
     HYL_NUMBER(0, offsetof(SensorListEntry, handle)),

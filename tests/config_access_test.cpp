@@ -430,13 +430,6 @@ class ReplyFaultsTest : public testing::Test {
     CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->SetExposureTime(nullptr, time, &applied)); },
                 [&] { EXPECT_EQ(time, applied); });
   }
-  void ToggleAutoGain(uint8_t round) {
-    const bool enable = round % 2 != 0;
-    bool enabled = !enable;
-    EXPECT_EQ(HylErr::kOk, api_->SetFlickerAutoGainEnabled(nullptr, enable));
-    CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->GetFlickerAutoGainEnabled(nullptr, &enabled)); },
-                [&] { EXPECT_EQ(enable, enabled); });
-  }
   void ReadUid() {
     uint64_t uid = 0;
     EXPECT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
@@ -451,7 +444,6 @@ TEST_F(ReplyFaultsTest, ConcurrentCallsGetTheirOwnValues) {
   const std::function<void(uint8_t)> work[] = {[&](uint8_t round) { WriteAndRead(0x40, round); },
                                                [&](uint8_t round) { WriteAndRead(0x50, round); },
                                                [&](uint8_t round) { ChangeExposure(round); },
-                                               [&](uint8_t round) { ToggleAutoGain(round); },
                                                [&](uint8_t) { ReadUid(); }};
   std::vector<std::thread> threads;
   for (const auto& each : work) {
