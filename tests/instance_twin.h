@@ -157,13 +157,14 @@ class InstanceTwin final : public ModelFramework {
   // Steps: what the framework does.
 
   void ListSensors() {
-    constexpr uint32_t kTypes[] = {268, 1268, 269, 270};
+    constexpr uint32_t kTypes[] = {268, 1268, 269, 269, 270};
     constexpr uint32_t kIndexes[] = {0, 0, 1, 1, 2, 3, 255, 256};
     constexpr const char* kNames[] = {
         "", "Light", "Light sensor", "50%s", "Flicker", "exactly forty characters, without a NUL!"};
     list_ = {MakeEntry(kListMarker, "marker")};
+    const size_t first_type = input_.Below(8) == 0 ? std::size(kTypes) - 1 : 0;  // none is optical
     for (size_t count = std::min<size_t>(input_.Below(30), 15); count > 0; --count) {
-      const uint32_t type = kTypes[input_.Below(std::size(kTypes))];
+      const uint32_t type = kTypes[std::max(first_type, input_.Below(std::size(kTypes)))];
       const size_t name = input_.Below(2 * std::size(kNames));
       list_.push_back(
           MakeEntry(type << 16 | kIndexes[input_.Below(std::size(kIndexes))],
@@ -193,12 +194,14 @@ class InstanceTwin final : public ModelFramework {
   /// To an ambient-light object, which takes no lock.
   void DeliverDuringRequest() {
     const Object object = Object(input_.Below(2));
-    delivering_[library_.requests + 1] = {object, AnyMessage(input_)};
+    delivering_[library_.requests + 1] = {object, AnyMessage(input_, object == Object::kFlicker)};
   }
 
   void Deliver() {
-    const Object object = Object(input_.Below(3));
-    const auto message = AnyMessage(input_);
+    constexpr Object kObjects[] = {Object::kRear, Object::kFront, Object::kFlicker,
+                                   Object::kFlicker};
+    const Object object = kObjects[input_.Below(std::size(kObjects))];
+    const auto message = AnyMessage(input_, object == Object::kFlicker);
     if (objects_[0] == nullptr) {
       return;  // there is no connection
     }

@@ -45,6 +45,12 @@ TEST_F(SensorControlTest, ControlOperationsTakeTurnsAndOthersDoNotWait) {
       ReturnsInTime(operation.name, call);
     }
   }
+  ReturnsInTime("what has an invalid mode", [&] {
+    uint32_t id = 0;
+    const SensorReportingMode mode{3};
+    EXPECT_EQ(HylErr::kInvalidArgument, instance->EnableAmbientLightSensor(nullptr, id, mode));
+    EXPECT_EQ(HylErr::kInvalidArgument, instance->ChangeAmbientLightSensorReporting(1, mode));
+  });
   waiting.push_back(std::async(std::launch::async, [&] {
     framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kCompressed1));
     return HylErr::kOk;

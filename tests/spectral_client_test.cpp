@@ -55,16 +55,19 @@ class SpectralClientTest : public ::testing::Test {
     if (const auto once = std::exchange(hook, nullptr)) {
       once();
     }
+    EXPECT_FALSE(held.expired()) << "a handler has ended while it ran";
   }
 
   LogCapture log;
   ScriptedFramework framework;
+  std::shared_ptr<int> token = std::make_shared<int>();  ///< goes to the handlers
+  const std::weak_ptr<int> held = token;
   std::function<void()> hook;  ///< what the next handler does first
   std::vector<float> light;    ///< of all samples, each with its time
   std::vector<int32_t> flicker;
   std::unique_ptr<SpectralClient> client = std::make_unique<SpectralClient>(SpectralHandlers{
       .ambient_light =
-          [this](std::span<const float> values, nanoseconds time) {
+          [this, token = std::move(token)](std::span<const float> values, nanoseconds time) {
             RunHook();
             light.insert(light.end(), values.begin(), values.end());
             light.push_back(static_cast<float>(time.count()));
@@ -106,6 +109,14 @@ TEST_F(SpectralClientTest, ASensorRunsAsLongAsItsSession) {
   EXPECT_EQ(HylErr::kNotFound, session->Disable());
   session.reset();
   EXPECT_THAT(framework.Take(), IsEmpty()) << "disabled already";
+}
+
+TEST_F(SpectralClientTest, ABufferThatCannotBeMadeIsAFailure) {
+  Flicker session;
+  for (const size_t capacity : {SIZE_MAX, SIZE_MAX / sizeof(int) + 2}) {
+    EXPECT_EQ(HylErr::kFailed, client->EnableFlicker(nullptr, capacity, 16, session));
+  }
+  EXPECT_THAT(framework.TakeInvokes(), IsEmpty());
 }
 
 TEST_F(SpectralClientTest, AnEnableEndsTheSessionThatItReplaces) {

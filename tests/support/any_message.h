@@ -53,7 +53,7 @@ inline std::unique_ptr<Message> AnyEvents(Input& input) {
 inline std::unique_ptr<Message> AnyFlickerData(Input& input) {
   enum : size_t { kNullData = 1, kShortened = 2, kEnd = 8 };
   const size_t lie = input.Below(kEnd);
-  const auto bytes = input.Bytes(input.Byte());
+  const auto bytes = input.Bytes(input.OneIn(16) ? input.Byte() : 4 * input.Below(12));
   auto message = std::make_unique<FlickerDataMessage>(std::vector(bytes.begin(), bytes.end()),
                                                       input.Value<uint32_t>());
   if (lie == kNullData) {
@@ -70,14 +70,21 @@ inline std::unique_ptr<Message> AnyFlickerFormat(Input& input) {
   auto message = std::make_unique<FlickerFormatMessage>(
       FlickerFormatSampleWidth{pick < std::size(kKinds) ? kKinds[pick] : input.SignedByte()});
   message->format_param = input.Value<uint32_t>();
+  if (input.OneIn(2)) {
+    return message;
+  }
   return WithAnyFields(std::move(message), 20, 23, input);
 }
 
-/// A message of any type, of the class that its receivers take it for.
-inline std::unique_ptr<Message> AnyMessage(Input& input) {
-  constexpr uint8_t kTypes[] = {2, 3, 4, 7, 8, 64, 65, 66};
+/// A message of any type, of the class that its receivers take it for; mostly of one that the
+/// sensor sends.
+inline std::unique_ptr<Message> AnyMessage(Input& input, bool flicker) {
+  constexpr uint8_t kAmbientLight[] = {2, 3, 4, 7, 8, 64};
+  constexpr uint8_t kFlicker[] = {65, 65, 66};
   const uint8_t pick = input.Byte();
-  const uint8_t type = pick < 0xE0 ? kTypes[pick % std::size(kTypes)] : input.Byte();
+  const uint8_t handled = flicker ? kFlicker[pick % std::size(kFlicker)]
+                                  : kAmbientLight[pick % std::size(kAmbientLight)];
+  const uint8_t type = pick < 0xE0 ? handled : input.Byte() % 80;
   switch (type) {
     case 2:
     case 3:
