@@ -84,7 +84,7 @@ inline std::unique_ptr<Message> AnyMessage(Input& input, bool flicker) {
   const uint8_t pick = input.Byte();
   const uint8_t handled = flicker ? kFlicker[pick % std::size(kFlicker)]
                                   : kAmbientLight[pick % std::size(kAmbientLight)];
-  const uint8_t type = pick < 0xE0 ? handled : input.Byte() % 80;
+  const uint8_t type = pick < 0xE0 ? handled : static_cast<uint8_t>(input.Below(80));
   switch (type) {
     case 2:
     case 3:
