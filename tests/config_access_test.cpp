@@ -2,6 +2,7 @@
 // The settings operations: their requests, what they hand back, and how they wait for replies that
 // come early, late, out of order, unasked for, or never.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -390,26 +391,52 @@ TEST_F(StrayReplyTest, AReadWaitsForItsOwnReply) {
   framework.SetHook({});
 }
 
-TEST_F(StrayReplyTest, SaturationAndGainAreShared) {
-  const auto stored_by = [&](RlsAccess access, RlsCommand command) {
-    framework.Deliver(kRearContinuous, *FullReply(access, command));
+/// What operations hand back when their own replies have not come.
+class SlotsTest : public ConfigAccessTest {
+ protected:
+  SlotsTest() {
     AnswerWith([](const auto&) {
       return std::make_unique<SettingReply>(RlsAccess::kWrite, RlsCommand::kTorchLight);
     });
-  };
+  }
+  void Store(RlsAccess access, RlsCommand command) {
+    framework.Deliver(kRearContinuous, *FullReply(access, command));
+  }
+  static bool HandsSomethingBack(const Setting& setting) {
+    return setting.flag != nullptr || !(setting.out == Outs());
+  }
+};
+
+TEST_F(SlotsTest, SaturationAndGainAreShared) {
   uint16_t saturation = 0;
   float gain = 0;
-  stored_by(RlsAccess::kRead, RlsCommand::kFlickerFrequencyMetrics);
+  Store(RlsAccess::kRead, RlsCommand::kFlickerFrequencyMetrics);
   EXPECT_EQ(HylErr::kOk, instance->GetFlickerSaturation(nullptr, &saturation));
   EXPECT_EQ(0x2345, saturation);
-  stored_by(RlsAccess::kRead, RlsCommand::kFlickerConfig);
+  Store(RlsAccess::kRead, RlsCommand::kFlickerConfig);
   EXPECT_EQ(HylErr::kOk, instance->SetGain(nullptr, 0, 1, &gain));
   EXPECT_EQ(6.25F, gain) << "the gain of the flicker configuration";
-  for (const RlsAccess access : {RlsAccess::kRead, RlsAccess{2}}) {
-    uint32_t time = 1;
-    stored_by(access, RlsCommand::kExposureTime);
-    EXPECT_EQ(HylErr::kOk, instance->SetExposureTime(nullptr, 2, &time));
-    EXPECT_EQ(0U, time) << "no exposure time has been written";
+  framework.AwaitAnswers();
+}
+
+TEST_F(SlotsTest, OtherRepliesFillNone) {
+  for (uint8_t access = 0; access < 3; ++access) {
+    for (uint8_t command = 0; command < 20; ++command) {
+      if (std::ranges::none_of(kSettings, [&](const Setting& setting) {
+            return setting.access == access && setting.command == command &&
+                   HandsSomethingBack(setting);
+          })) {
+        Store(RlsAccess{access}, RlsCommand{command});
+      }
+    }
+  }
+  constexpr Outs kZeros{false, 0, 0, 0, 0, 0, {}};
+  for (const Operation& operation : kOperations) {
+    if (operation.kind == kAsk) {
+      Outs out = kZeros;
+      EXPECT_EQ(HylErr::kOk, operation.call_with(*instance.get(), 0, out));
+      EXPECT_TRUE(out == kZeros) << operation.name;
+    }
   }
   framework.AwaitAnswers();
 }

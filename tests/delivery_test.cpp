@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <functional>
 #include <future>
 #include <iterator>
@@ -150,12 +149,7 @@ TEST_P(DeliveryTest, TheFormerSessionGetsNothingMore) {
 /// The conversion is held where it logs what it could not read, after it has written samples.
 TEST_F(TeardownTest, DisableWaitsAndNamesDoNot) {
   framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kCompressed1));
-  HoldPoint conversion;
-  auto logger = android::base::SetLogger([&](auto, auto, auto, auto, auto, const char* message) {
-    if (std::strstr(message, "Did not process all data") != nullptr) {
-      conversion.Arrive();
-    }
-  });
+  HoldAtLog conversion("Did not process all data");
   std::thread delivery([&] {
     framework.Deliver(kFlicker, FlickerDataMessage({0x85, 0x01, 0x02}));
   });
@@ -166,7 +160,6 @@ TEST_F(TeardownTest, DisableWaitsAndNamesDoNot) {
   conversion.Release();
   disabling.get();
   delivery.join();
-  android::base::SetLogger(std::move(logger));
 }
 
 // --- Destroy ---

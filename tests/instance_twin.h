@@ -228,9 +228,9 @@ class InstanceTwin final : public ModelFramework {
     const size_t what = input_.Below(64);
     if (what < 6) {
       Destroy();
-    } else if (what < 10) {
+    } else if (what < 16) {
       RaiseVersionDuringRequest();
-    } else if (what == 10) {
+    } else if (what == 16) {
       FailConnections();
     }
   }

@@ -67,11 +67,14 @@ TEST_F(MessagesTest, ValuesWithoutMemoryAreLeftOut) {
 TEST_F(MessagesTest, NoMessageAndErrorsDoNothing) {
   EnableFlicker();
   log.Take();
-  for (const uint32_t handle : {kRearContinuous, kFlicker}) {
-    const auto object = framework.CallbacksOf(handle);
+  for (const DataWay& way : {kRearSample, kFlickerData}) {
+    const auto object = framework.CallbacksOf(way.handle);
     object->OnResponse(nullptr);
     object->OnError(HylErr{3});
+    way.deliver(*object);
   }
+  EXPECT_EQ(1U, client.TakeSpectral().size());
+  EXPECT_EQ(1U, client.TakeFlicker().size());
   EXPECT_THAT(log.Take(), ::testing::IsEmpty());
 }
 

@@ -106,17 +106,30 @@ TEST_F(FullTableTest, TheFailedStartSilencesTheOthers) {
   EXPECT_THAT(
       log.Take(),
       ElementsAre(Error("Can't find session for cookie:10a0803f4 to handle spectral msg!")));
+  EXPECT_EQ(HylErr::kOk, instance->DisableAmbientLightSensor(id_));
+  EXPECT_EQ(id_ + 1, Enable(last_.c_str())) << "the failed enable has used no id";
 }
 
 TEST_F(FullTableTest, TheResultIsTheRefusalOfTheStop) {
   Fill(kFlicker);
   framework.RefuseInvoke(2, HylErr{77});
   EXPECT_EQ(HylErr{77}, EnableLastFlicker());
-  EXPECT_THAT(log.Take(), ::testing::Contains(Error(
-                              "Cannot enable flicker sensor 'S8 sensor', no session available!")));
+  EXPECT_THAT(
+      log.Take(),
+      ElementsAre(Error("Cannot add session for S8 sensor 10a08000d, table full!"),
+                  Error("Cannot enable flicker sensor 'S8 sensor', no session available!")));
 }
 
 // --- the session table ---
+
+TEST(SessionMgr, AnUnknownIdIsAnError) {
+  LogCapture log;
+  spectral::SessionMgr table;
+  table.DeleteSession(0);
+  table.DeleteSession(12);
+  EXPECT_THAT(log.Take(), ElementsAre(Error("Cannot delete session 0, not active or found!"),
+                                      Error("Cannot delete session 12, not active or found!")));
+}
 
 TEST(SessionMgr, ReadersSeeIdsAndCookiesThatBelongTogether) {
   constexpr uint32_t kRounds = 300'000;

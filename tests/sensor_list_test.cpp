@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <string>
 #include <thread>
@@ -94,15 +93,30 @@ TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
                           std::pair(Kind::kDestroy, 2)));
 }
 
+TEST_F(SensorListTest, WhatIsNotListedIsAnError) {
+  framework.SetSensorList({MakeEntry(kListMarker, "marker"), MakeEntry(kFlicker, "50%s")});
+  VersionedSensorInfo info;
+  EXPECT_TRUE(manager.GetSensorInfo(info, 13, nullptr, 0));
+  log.Take();
+  info.info.request_id = 0xABCDEF;
+  EXPECT_TRUE(manager.SetRequestId(info));
+  info.info.priority = 7;
+  EXPECT_FALSE(manager.SetRequestId(info));
+  EXPECT_FALSE(manager.GetSensorInfo(info, uint64_t{info.version} << 32));
+  EXPECT_FALSE(manager.GetSensorInfo(info, uint64_t{info.version} << 32 | 1));
+  EXPECT_FALSE(manager.GetSensorInfo(info, uint64_t{info.version + 1} << 32));
+  EXPECT_THAT(
+      log.Take(),
+      ElementsAre(Error("Can't set request_id, sensor_info {50%s-t:13 p:7 r:11259375} not found!"),
+                  Info("Sensor-List[1]@V1:"), Info("  50%s-t:13 p:0 r:11259375"),
+                  Error("Can't get sensor info, invalid request_id from 100000000."),
+                  Error("Can't get sensor info, version mismatch: 2 != 1")));
+}
+
 /// The list is held while it is dumped. The lookup finds that it has not grown since.
 TEST_F(SensorListTest, LookupsWaitForAListThatIsBeingSet) {
   framework.SetSensorList({MakeEntry(1U << 16, "accelerometer"), MakeEntry(kListMarker, "marker")});
-  HoldPoint dump;
-  auto logger = android::base::SetLogger([&](auto, auto, auto, auto, auto, const char* message) {
-    if (std::strstr(message, "Sensor-List[") != nullptr) {
-      dump.Arrive();
-    }
-  });
+  HoldAtLog dump("Sensor-List[");
   const auto find = [&] { return Find(manager, 0, "none", 0); };
   auto discovery = std::async(std::launch::async, find);
   EXPECT_TRUE(dump.AwaitArrival());
@@ -110,7 +124,6 @@ TEST_F(SensorListTest, LookupsWaitForAListThatIsBeingSet) {
   EXPECT_EQ(std::future_status::timeout, lookup.wait_for(std::chrono::milliseconds(30)));
   dump.Release();
   EXPECT_EQ("", discovery.get() + lookup.get());
-  android::base::SetLogger(std::move(logger));
 }
 
 TEST_F(SensorListTest, SensorsAndNamesWithoutMemoryAreLeftOut) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -209,12 +210,27 @@ TEST_F(SpectralClientTest, TheBufferLivesUntilTheHandlerReturns) {
   hook = [&] { handler.Arrive(); };
   std::thread delivery([&] { Deliver(kFlickerData); });
   EXPECT_TRUE(handler.AwaitArrival());
-  session.reset();
-  session = EnableFlicker();
+  EXPECT_EQ(HylErr::kOk, client->EnableFlicker(nullptr, 8, 16, session));
   framework.Deliver(kFlicker, FlickerDataMessage({3, 0, 4, 0}));
   handler.Release();
   delivery.join();
   EXPECT_THAT(flicker, ElementsAre(3, 4, 1, 2));
+}
+
+/// It is held before it writes more samples than there is room for.
+TEST_F(SpectralClientTest, TheBufferLivesUntilTheConversionEnds) {
+  Flicker session = EnableFlicker();
+  framework.Deliver(kFlicker, FlickerFormatMessage(FlickerFormatSampleWidth::kUncompressed2));
+  HoldAtLog conversion("Not enough space");
+  std::thread delivery(
+      [&] { framework.Deliver(kFlicker, FlickerDataMessage(std::vector<uint8_t>(32))); });
+  EXPECT_TRUE(conversion.AwaitArrival());
+  auto end = std::async(std::launch::async, [&] { session.reset(); });
+  EXPECT_EQ(std::future_status::timeout, end.wait_for(std::chrono::milliseconds(30)));
+  conversion.Release();
+  delivery.join();
+  end.get();
+  EXPECT_THAT(flicker, IsEmpty());
 }
 
 /// As when a session ends after the library has filled its buffer and before it calls the client.

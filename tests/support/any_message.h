@@ -47,7 +47,7 @@ inline std::unique_ptr<Message> AnyEvents(Input& input) {
              input.Value<int64_t>()};
   }
   return std::make_unique<EventChainMessage>(MakeEventChain(events),
-                                             count == kEndless ? ~uint64_t{0} : count);
+                                             count == kEndless ? uint64_t{1} << 32 : count);
 }
 
 inline std::unique_ptr<Message> AnyFlickerData(Input& input) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <ostream>
 #include <string>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include <android-base/logging.h>
+
+#include "gate.h"
 
 namespace hyl::v2::test {
 
@@ -60,8 +63,6 @@ class LogCapture {
     android::base::SetLogger(std::move(previous_));
     android::base::SetMinimumLogSeverity(minimum_);
   }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
 
   /// The entries since the last call, oldest first.
   std::vector<LogEntry> Take() {
@@ -73,6 +74,23 @@ class LogCapture {
   std::mutex mutex_;
   std::vector<LogEntry> entries_;  // guarded by mutex_
   android::base::LogSeverity minimum_;
+  android::base::LogFunction previous_;
+};
+
+/// Holds a thread where it logs a message with `part`, while this lives.
+class HoldAtLog : public HoldPoint {
+ public:
+  explicit HoldAtLog(const char* part) {
+    previous_ =
+        android::base::SetLogger([this, part](auto, auto, auto, auto, auto, const char* message) {
+          if (std::strstr(message, part) != nullptr) {
+            Arrive();
+          }
+        });
+  }
+  ~HoldAtLog() { android::base::SetLogger(std::move(previous_)); }
+
+ private:
   android::base::LogFunction previous_;
 };
 
