@@ -317,6 +317,12 @@ TEST_F(StrayReplyTest, AnyReplyEndsTheWait) {
     }
     EXPECT_EQ(77, ReadWith(ReadReply(77))) << "its own";
   }
+  constexpr int kReads = 2 * kPatience / kOwedReplyTimeLimit;
+  ReturnsInTime("reads that wait for no other reply", [&] {
+    for (int i = 0; i < kReads; ++i) {
+      ReadWith(ReadReply(77));
+    }
+  });
 }
 
 /// Neither a reply from before the request nor a message that is none ends a wait.
@@ -340,7 +346,8 @@ TEST_F(StrayReplyTest, AfterTheTimeLimitEndsTheNextWait) {
 }
 
 /// First the replies to writes from another thread come before those to reads, then the late
-/// replies to a write that was given up. At the end, its own does not come.
+/// replies to a write that was given up. At the end, its own does not come. What nobody has asked
+/// for at the beginning changes nothing.
 TEST_F(StrayReplyTest, AReadWaitsForItsOwnReply) {
   uint8_t wanted = 0;
   AnswerWith([&](const RlsMsgAccessReq& request) {
@@ -368,6 +375,7 @@ TEST_F(StrayReplyTest, AReadWaitsForItsOwnReply) {
       }
     });
   };
+  framework.Deliver(kRearContinuous, SettingReply(RlsAccess::kWrite, RlsCommand::kRegister));
   for (const bool given_up : {false, true}) {
     if (given_up) {
       write();

@@ -161,7 +161,7 @@ class InstanceTwin final : public ModelFramework {
     constexpr uint32_t kIndexes[] = {0, 0, 1, 1, 2, 3, 255, 256};
     constexpr const char* kNames[] = {
         "", "Light", "Light sensor", "50%s", "Flicker", "exactly forty characters, without a NUL!"};
-    list_ = {MakeEntry(kListMarker, "marker")};
+    list_ = {MakeEntry(kListMarker + input_.Byte() % 2, "marker")};
     const size_t first_type = input_.Below(8) == 0 ? std::size(kTypes) - 1 : 0;  // none is optical
     for (size_t count = std::min<size_t>(input_.Below(30), 15); count > 0; --count) {
       const uint32_t type = kTypes[std::max(first_type, input_.Below(std::size(kTypes)))];
@@ -243,7 +243,7 @@ class InstanceTwin final : public ModelFramework {
     const bool client = input_.Below(8) != 1;
     clients_[0] = client ? std::make_unique<TracingClient>(library_) : nullptr;
     clients_[1] = client ? std::make_unique<TracingClient>(model_side_) : nullptr;
-    (void)HylSpectralApi::Create(&api_, clients_[0].get(), HylLogLevel::kInfo);
+    EXPECT_EQ(HylErr::kOk, HylSpectralApi::Create(&api_, clients_[0].get(), HylLogLevel::kInfo));
     objects_ = TestAccess::ObjectsOf(*api_);
     const ModelLog log([this](const LogEntry& entry) {
       model_side_.trace.push_back(Text("log %d ", entry.severity) + entry.message);

@@ -98,7 +98,7 @@ TEST(SampleConverterTest, ExamplesOfTheDocument) {
 }
 
 TEST(SampleConverterTest, DoesAsTheModelOnRandomStreams) {
-  constexpr size_t kInputSize = 20000;
+  constexpr size_t kInputSize = 6000;
   size_t samples = 0;
   for (uint64_t seed = 0; seed < 1000 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);

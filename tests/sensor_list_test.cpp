@@ -91,6 +91,7 @@ TEST_F(SensorListTest, AttemptsGoOnUntilTheListIsComplete) {
                           std::pair(Kind::kCreate, 0), std::pair(Kind::kDestroy, 1),
                           std::pair(Kind::kCreate, 2), std::pair(Kind::kGetSensorList, 2),
                           std::pair(Kind::kDestroy, 2)));
+  EXPECT_THAT(Strings(manager.GetSensorNames(13)), ElementsAre("Flicker"));
 }
 
 TEST_F(SensorListTest, WhatIsNotListedIsAnError) {
@@ -133,7 +134,13 @@ TEST_F(SensorListTest, SensorsAndNamesWithoutMemoryAreLeftOut) {
   EXPECT_EQ("Front ALS-t:12 p:1 r:0", Find(manager, 12, nullptr, 1));
   EXPECT_THAT(Strings(manager.GetSensorNames(1012)), ElementsAre("Front ALS"));
   EXPECT_THAT(Strings(manager.GetSensorNames(1012)), ElementsAre("Rear ALS", "Front ALS"));
+  host::FailVectorGrowth([] { return true; });
+  const SensorInfoMgr empty;
+  EXPECT_EQ("", Find(empty, 12, "Rear", 0));
+  framework.Take();
   host::FailVectorGrowth({});
+  EXPECT_EQ("", Find(empty, 12, "Rear", 0)) << "the list is final";
+  EXPECT_THAT(framework.Take(), IsEmpty());
 }
 
 /// The slow one is held while it builds its list, until the fast one has set its own. If that has a

@@ -94,6 +94,14 @@ TEST_F(SpectralClientTest, HandlersTakeSpansAndTimes) {
   EXPECT_THAT(flicker, ElementsAre(1, 2));
 }
 
+TEST_F(SpectralClientTest, DataWithoutHandlersAreDropped) {
+  client = std::make_unique<SpectralClient>(SpectralHandlers{});
+  const Light rear = EnableLight();
+  const Flicker session = EnableFlicker();
+  EXPECT_NO_THROW(Deliver(kRearSample));
+  EXPECT_NO_THROW(Deliver(kFlickerData));
+}
+
 TEST_F(SpectralClientTest, ASensorRunsAsLongAsItsSession) {
   Light rear = EnableLight();
   Light moved = std::move(rear);

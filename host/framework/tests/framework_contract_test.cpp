@@ -44,6 +44,7 @@ TEST(HylString, AssignsAppendsCopiesAndMoves) {
   EXPECT_TRUE(text.empty());
   moved = std::move(copy);
   EXPECT_EQ("beginning x-5 a long beginning!", moved);
+  EXPECT_NE("beginning", moved);
   EXPECT_EQ(31U, moved.size());
   for (HylString* const emptied : {&moved, &text}) {
     emptied->assign(emptied == &text ? nullptr : "");
