@@ -14,8 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include <hyl/host/sensors.h>
-#include <hyl/host/simulated_hub.h>
 #include <hyl/rls_msg_access.h>
 
 #include "library_test.h"
@@ -61,15 +59,6 @@ const Setting kSettings[] = {
     {"SetSpectralApplyOtpCalEnabled", 1, 15, {{56, 1, 1}}},
     {"SetTorchLightState", 1, 10, {{57, 1, 1}}},
 };
-
-/// Checks what `call` has handed back, unless a slow machine has delayed the reply for too long.
-void CheckInTime(const std::function<void()>& call, const std::function<void()>& check) {
-  const auto begin = std::chrono::steady_clock::now();
-  call();
-  if (std::chrono::steady_clock::now() - begin < kOwedReplyTimeLimit) {
-    check();
-  }
-}
 
 /// A reply whose fields all have different values; all switches are `on`.
 std::unique_ptr<SettingReply> FullReply(RlsAccess access, RlsCommand command, uint8_t on = 2) {
@@ -447,65 +436,6 @@ TEST_F(SlotsTest, OtherRepliesFillNone) {
     }
   }
   framework.AwaitAnswers();
-}
-
-// --- on the simulated hub, which answers late and out of order ---
-
-class ReplyFaultsTest : public testing::Test {
- protected:
-  ReplyFaultsTest() {
-    hub_.Reset();
-    hub_.SetReplyFaults({.max_delay = std::chrono::microseconds(200), .reorder = true});
-  }
-  ~ReplyFaultsTest() override {
-    api_.reset();
-    hub_.Reset();
-  }
-
-  /// Writes that nobody waits for, and a read of what one of them wrote. Only one thread may use
-  /// each `reg`, which four registers follow.
-  void WriteAndRead(uint8_t reg, uint8_t round) {
-    for (uint8_t i = 0; i < 5; ++i) {
-      EXPECT_EQ(HylErr::kOk, api_->SetRegister(nullptr, static_cast<uint8_t>(reg + i),
-                                               static_cast<uint8_t>(round + i)));
-    }
-    uint8_t read = 0;
-    const auto third = static_cast<uint8_t>(reg + 2);
-    CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->GetRegister(nullptr, third, &read)); },
-                [&] { EXPECT_EQ(static_cast<uint8_t>(round + 2), read); });
-  }
-  void ChangeExposure(uint8_t round) {
-    const uint32_t time = 100 * (round + 1U);
-    uint32_t applied = 0;
-    CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->SetExposureTime(nullptr, time, &applied)); },
-                [&] { EXPECT_EQ(time, applied); });
-  }
-  void ReadUid() {
-    uint64_t uid = 0;
-    EXPECT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
-    EXPECT_EQ(host::kDeviceUid, uid);
-  }
-
-  host::SimulatedHub& hub_ = host::SimulatedHub::Instance();
-  SpectralInstance api_ = MakeInstance(nullptr);
-};
-
-TEST_F(ReplyFaultsTest, ConcurrentCallsGetTheirOwnValues) {
-  const std::function<void(uint8_t)> work[] = {[&](uint8_t round) { WriteAndRead(0x40, round); },
-                                               [&](uint8_t round) { WriteAndRead(0x50, round); },
-                                               [&](uint8_t round) { ChangeExposure(round); },
-                                               [&](uint8_t) { ReadUid(); }};
-  std::vector<std::thread> threads;
-  for (const auto& each : work) {
-    threads.emplace_back([&each] {
-      for (uint8_t round = 0; round < 100; ++round) {
-        each(round);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
 }
 
 }  // namespace

@@ -198,9 +198,7 @@ class InstanceTwin final : public ModelFramework {
   }
 
   void Deliver() {
-    constexpr Object kObjects[] = {Object::kRear, Object::kFront, Object::kFlicker,
-                                   Object::kFlicker};
-    const Object object = kObjects[input_.Below(std::size(kObjects))];
+    const Object object = Object(std::min<size_t>(input_.Below(4), 2));  // half of them flicker's
     const auto message = AnyMessage(input_, object == Object::kFlicker);
     if (objects_[0] == nullptr) {
       return;  // there is no connection
@@ -411,13 +409,11 @@ class InstanceTwin final : public ModelFramework {
     model_side_.trace.emplace_back("connect as 10");
     return failing_.count(++model_side_.connections) == 0;
   }
-
   void Disconnect() override { model_side_.trace.emplace_back("disconnect"); }
   std::vector<SensorListEntry> GetSensorList() override {
     model_side_.trace.emplace_back("list");
     return list_;
   }
-
   HylErr Invoke(uint32_t handle, uint32_t type, const std::vector<uint8_t>& request,
                 Object object) override {
     NoteRequest(model_side_, handle, type, request, object);

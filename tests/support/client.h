@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -83,5 +84,14 @@ class RecordingClient : public HylSpectralApiCallbackInterface {
   std::vector<SpectralCall> spectral_;  // guarded by mutex_
   std::vector<FlickerCall> flicker_;    // guarded by mutex_
 };
+
+/// Checks what `call` has handed back, unless a slow machine has delayed the reply for too long.
+inline void CheckInTime(const std::function<void()>& call, const std::function<void()>& check) {
+  const auto begin = std::chrono::steady_clock::now();
+  call();
+  if (std::chrono::steady_clock::now() - begin < kOwedReplyTimeLimit) {
+    check();
+  }
+}
 
 }  // namespace hyl::v2::test

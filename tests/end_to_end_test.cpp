@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// The built library on the simulated hub, whose clock the tests move: from what each kind of sensor
-// measures, through messages and conversion, to what the client receives.
+// The built library on the simulated hub: from what each kind of sensor measures, through messages
+// and conversion, to what the client receives, on a clock that the tests move; and settings.
 
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <span>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -158,6 +160,61 @@ TEST_P(FlickerEndToEndTest, TheWaveformArrivesSampleForSample) {
     }
     EXPECT_EQ(blocks.end(), block);
     EXPECT_THAT(log.Take(), SizeIs(faulty ? 1 : 0)) << "the unreadable chunk";
+  }
+}
+
+/// On a real clock. The hub answers late and out of order.
+class ReplyFaultsTest : public testing::Test {
+ protected:
+  ReplyFaultsTest() {
+    hub_.Reset();
+    hub_.SetReplyFaults({.max_delay = std::chrono::microseconds(200), .reorder = true});
+  }
+  ~ReplyFaultsTest() override {
+    api_.reset();
+    hub_.Reset();
+  }
+
+  /// Writes that nobody waits for, and a read of what one of them wrote. Only one thread may use
+  /// each `reg`, which four registers follow.
+  void WriteAndRead(uint8_t reg, uint8_t round) {
+    for (uint8_t i = 0; i < 5; ++i) {
+      EXPECT_EQ(HylErr::kOk, api_->SetRegister(nullptr, static_cast<uint8_t>(reg + i),
+                                               static_cast<uint8_t>(round + i)));
+    }
+    uint8_t read = 0;
+    const auto third = static_cast<uint8_t>(reg + 2);
+    CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->GetRegister(nullptr, third, &read)); },
+                [&] { EXPECT_EQ(static_cast<uint8_t>(round + 2), read); });
+  }
+  void ChangeExposure(uint8_t round) {
+    const uint32_t time = 100 * (round + 1U);
+    uint32_t applied = 0;
+    CheckInTime([&] { EXPECT_EQ(HylErr::kOk, api_->SetExposureTime(nullptr, time, &applied)); },
+                [&] { EXPECT_EQ(time, applied); });
+  }
+  void ReadUid() {
+    uint64_t uid = 0;
+    EXPECT_EQ(HylErr::kOk, api_->GetDeviceUid(nullptr, &uid));
+    EXPECT_EQ(host::kDeviceUid, uid);
+  }
+
+  host::SimulatedHub& hub_ = host::SimulatedHub::Instance();
+  SpectralInstance api_ = MakeInstance(nullptr);
+};
+
+TEST_F(ReplyFaultsTest, ConcurrentCallsGetTheirOwnValues) {
+  const std::function<void(uint8_t)> work[] = {[&](uint8_t round) { WriteAndRead(0x40, round); },
+                                               [&](uint8_t round) { WriteAndRead(0x50, round); },
+                                               [&](uint8_t round) { ChangeExposure(round); },
+                                               [&](uint8_t) { ReadUid(); }};
+  std::vector<std::jthread> threads;  // joined at its end
+  for (const auto& each : work) {
+    threads.emplace_back([&each] {
+      for (uint8_t round = 0; round < 100; ++round) {
+        each(round);
+      }
+    });
   }
 }
 
