@@ -162,7 +162,7 @@ class InstanceTwin final : public ModelFramework {
     constexpr const char* kNames[] = {
         "", "Light", "Light sensor", "50%s", "Flicker", "exactly forty characters, without a NUL!"};
     list_ = {MakeEntry(kListMarker + input_.Byte() % 2, "marker")};
-    const size_t first_type = input_.Below(8) == 0 ? std::size(kTypes) - 1 : 0;  // none is optical
+    const size_t first_type = input_.OneIn(8) ? std::size(kTypes) - 1 : 0;  // none is optical
     for (size_t count = std::min<size_t>(input_.Below(30), 15); count > 0; --count) {
       const uint32_t type = kTypes[std::max(first_type, input_.Below(std::size(kTypes)))];
       const size_t name = input_.Below(2 * std::size(kNames));
@@ -214,7 +214,7 @@ class InstanceTwin final : public ModelFramework {
   }
 
   void DeliverAndCallInside() {
-    const Operation inside = input_.Below(8) == 0 ? End() : AnyOperation();
+    const Operation inside = input_.OneIn(8) ? End() : AnyOperation();
     library_.in_callback = [&] { inside.on_library(*api_, library_); };
     model_side_.in_callback = [&] { inside.on_model(*model_, model_side_); };
     Deliver();
@@ -277,14 +277,14 @@ class InstanceTwin final : public ModelFramework {
     const SensorListEntry& entry = list_[input_.Below(list_.size())];
     const uint32_t type = entry.handle >> 16;
     std::string name(entry.name, strnlen(entry.name, sizeof(entry.name)));
-    if (input_.Below(4) == 0) {
+    if (input_.OneIn(4)) {
       name.resize(input_.Below(8), 'x');
     }
-    if (input_.Below(8) == 0 ? input_.Below(2) == 0 : type == 269) {
+    if (input_.OneIn(8) ? input_.OneIn(2) : type == 269) {
       return EnableFlicker(name);
     }
     SensorReportingMode mode = type == 268 ? kOnChange : kContinuous;
-    mode = input_.Below(8) == 0 ? AnyMode() : mode;
+    mode = input_.OneIn(8) ? AnyMode() : mode;
     return OnBoth([this, name, mode](auto& api, Side& side) {
       uint32_t id = 0;
       NoteResult(side, "enable", api.EnableAmbientLightSensor(name.c_str(), id, mode));
@@ -296,8 +296,7 @@ class InstanceTwin final : public ModelFramework {
     constexpr size_t kSizes[] = {0, 1, 3, 16, kRoom, kRoom, (size_t{1} << 32) + 1};
     constexpr uint8_t kBits[] = {8, 12, 16, 24, 32};
     const size_t size = kSizes[input_.Below(std::size(kSizes))];
-    const uint8_t bits =
-        input_.Below(4) != 0 ? kBits[input_.Below(std::size(kBits))] : input_.Byte();
+    const uint8_t bits = input_.OneIn(4) ? input_.Byte() : kBits[input_.Below(std::size(kBits))];
     const bool null = input_.Below(8) == 1;
     return OnBoth([this, name, size, bits, null](auto& api, Side& side) {
       uint32_t id = 0;

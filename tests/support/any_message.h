@@ -16,7 +16,7 @@ namespace hyl::v2::test {
 // Messages that may be wrong wherever the framework can be: they lie, but not about memory.
 
 inline std::vector<float> AnyFloats(Input& input) {
-  std::vector<float> values(input.Below(16) == 0 ? input.Byte() : input.Below(5));
+  std::vector<float> values(input.OneIn(16) ? input.Byte() : input.Below(5));
   std::generate(values.begin(), values.end(), [&] { return input.Value<float>(); });
   return values;
 }
@@ -32,7 +32,7 @@ std::unique_ptr<Message> WithAnyFields(std::unique_ptr<Record> message, size_t b
 
 inline std::unique_ptr<Message> AnySample(Input& input) {
   auto message = std::make_unique<SpectralMessage>(AnyFloats(input), input.Value<int64_t>());
-  if (input.Below(4) == 0) {
+  if (input.OneIn(4)) {
     message->sample.value_count = input.Value<uint32_t>();
   }
   return message;
@@ -43,7 +43,7 @@ inline std::unique_ptr<Message> AnyEvents(Input& input) {
   const size_t count = input.Below(kEndless + 1);
   std::vector<SensorEvent> events(input.Below(8));
   for (SensorEvent& event : events) {
-    event = {SensorEventType{input.Below(4) == 0 ? input.Byte() : uint8_t{1}}, AnyFloats(input),
+    event = {SensorEventType{input.OneIn(4) ? input.Byte() : uint8_t{1}}, AnyFloats(input),
              input.Value<int64_t>()};
   }
   return std::make_unique<EventChainMessage>(MakeEventChain(events),
